@@ -1,9 +1,9 @@
-#include "util/common/crc.h"
-
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
+
+#include "util/common/crc.h"
 
 namespace {
 

@@ -1,0 +1,48 @@
+#include "util/common/log.h"
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+
+std::streamsize LogBuffer::xsputn(const char* text, std::streamsize length) {
+    const std::lock_guard lock(mutex_);
+    const std::streamsize written = target_.sputn(text, length);
+    target_.pubsync();
+    return written;
+}
+
+LogBuffer::int_type LogBuffer::overflow(int_type character) {
+    if (traits_type::eq_int_type(character, traits_type::eof())) {
+        return traits_type::not_eof(character);
+    }
+    const char one = traits_type::to_char_type(character);
+    return xsputn(&one, 1) == 1 ? character : traits_type::eof();
+}
+
+int LogBuffer::sync() {
+    const std::lock_guard lock(mutex_);
+    return target_.pubsync();
+}
+
+LogRedirection::LogRedirection(std::streambuf& target)
+    : buffer_(target), oldBuffer_(std::cerr.rdbuf(&buffer_)), oldFlags_(std::cerr.flags()) {
+    std::cerr << std::hex;
+}
+
+LogRedirection::~LogRedirection() {
+    std::cerr.rdbuf(oldBuffer_);
+    std::cerr.flags(oldFlags_);
+}
+
+LogLine::LogLine() {
+    setf(std::cerr.flags() & basefield, basefield);
+}
+
+LogLine::~LogLine() {
+    const std::string_view text = view();
+    std::cerr.rdbuf()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+void LogSystemError(const char* what) {
+    LogLine() << what << ": " << std::strerror(errno) << '\n';
+}

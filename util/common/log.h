@@ -1,0 +1,52 @@
+#pragma once
+
+#include <iosfwd>
+#include <mutex>
+#include <sstream>
+#include <streambuf>
+
+/// Hands every write on to another buffer, one at a time and flushed at once, so that the operator
+/// thread, the worker and the bus's thread can log together. It does not own the target.
+class LogBuffer : public std::streambuf {
+  public:
+    explicit LogBuffer(std::streambuf& target) : target_(target) {}
+
+  protected:
+    std::streamsize xsputn(const char* text, std::streamsize length) override;
+    int_type overflow(int_type character) override;
+    int sync() override;
+
+  private:
+    std::mutex mutex_;
+    std::streambuf& target_;
+};
+
+/// While it lives, everything written to std::cerr goes to `target`, integers in hexadecimal; its
+/// end gives std::cerr its old buffer and flags back. Made and destroyed while one thread runs.
+class LogRedirection {
+  public:
+    explicit LogRedirection(std::streambuf& target);
+    ~LogRedirection();
+    LogRedirection(const LogRedirection&) = delete;
+    LogRedirection& operator=(const LogRedirection&) = delete;
+
+  private:
+    LogBuffer buffer_;
+    std::streambuf* oldBuffer_;
+    std::ios_base::fmtflags oldFlags_;
+};
+
+/// One entry of the log, composed apart and handed over whole when it is destroyed: no line is torn
+/// by another thread's, and nobody touches the shared stream's format. Integers take the log's
+/// number base; std::to_string gives the few that are decimal whatever the base.
+class LogLine : public std::ostringstream {
+  public:
+    LogLine();
+    ~LogLine() override;
+    LogLine(const LogLine&) = delete;
+    LogLine& operator=(const LogLine&) = delete;
+};
+
+/// Logs `what`, ": " and the system's text for errno, as perror would: perror itself writes to the
+/// descriptor behind the curses screen.
+void LogSystemError(const char* what);
