@@ -23,6 +23,8 @@ class FileDescriptor {
 
     bool IsOpen() const { return descriptor_ != kNone; }
     int Get() const { return descriptor_; }
+    /// Gives the descriptor away.
+    int Release() { return std::exchange(descriptor_, kNone); }
 
   private:
     static constexpr int kNone = -1;

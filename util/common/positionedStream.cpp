@@ -5,15 +5,27 @@
 #include <cerrno>
 
 int PositionedStream::Open(const char* path, const char* mode, std::size_t bufferSize) {
-    stream_.reset(std::fopen(path, mode));
-    if (stream_ == nullptr) {
+    return Begin(std::fopen(path, mode), bufferSize);
+}
+
+int PositionedStream::Adopt(FileDescriptor file, const char* mode, std::size_t bufferSize) {
+    std::FILE* stream = fdopen(file.Get(), mode);
+    if (stream != nullptr) {
+        file.Release();
+    }
+    return Begin(stream, bufferSize);
+}
+
+int PositionedStream::Begin(std::FILE* stream, std::size_t bufferSize) {
+    stream_.reset(stream);
+    if (stream == nullptr) {
         return errno;
     }
     if (bufferSize == 0) {
-        std::setvbuf(stream_.get(), nullptr, _IONBF, 0);
+        std::setvbuf(stream, nullptr, _IONBF, 0);
     } else {
         buffer_ = std::make_unique<char[]>(bufferSize);
-        std::setvbuf(stream_.get(), buffer_.get(), _IOFBF, bufferSize);
+        std::setvbuf(stream, buffer_.get(), _IOFBF, bufferSize);
     }
     position_ = 0;
     direction_ = Direction::None;

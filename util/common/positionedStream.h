@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "util/common/fileDescriptor.h"
+
 /// A stdio stream whose position is known, so that it seeks only when the wanted offset differs: a
 /// seek is a system call even inside the buffer. After a failed or short call the position counts
 /// as unknown. The stream is closed with its owner; `Close` is for the caller who wants the result.
@@ -14,6 +16,9 @@ class PositionedStream {
     /// Opens `path` as fopen does, with a buffer of its own of `bufferSize` bytes (0: unbuffered).
     /// Returns 0 or errno. No stream may be open.
     int Open(const char* path, const char* mode, std::size_t bufferSize);
+
+    /// Makes a stream of an open file at its start, as `Open` does. Returns 0 or errno.
+    int Adopt(FileDescriptor file, const char* mode, std::size_t bufferSize);
 
     bool IsOpen() const { return stream_ != nullptr; }
 
@@ -48,6 +53,8 @@ class PositionedStream {
     struct StreamCloser {
         void operator()(std::FILE* stream) const { std::fclose(stream); }
     };
+
+    int Begin(std::FILE* stream, std::size_t bufferSize);
 
     /// Between a read and a write of one stream stands a seek, whatever the offset.
     void Turn(Direction direction);

@@ -40,3 +40,23 @@ int Deflater::Reset() {
     EmptyOutput();
     return deflateReset(&stream_);
 }
+
+Inflater::Inflater() {
+    if (inflateInit(&stream_) != Z_OK) {
+        throw std::runtime_error("inflateInit is not happy");
+    }
+}
+
+Inflater::~Inflater() {
+    inflateEnd(&stream_);
+}
+
+void Inflater::Refilled(std::size_t count) {
+    stream_.next_in = input_.data();
+    stream_.avail_in = static_cast<uInt>(count);
+}
+
+void Inflater::Offer(std::span<unsigned char> room) {
+    stream_.next_out = room.data();
+    stream_.avail_out = static_cast<uInt>(room.size());
+}

@@ -36,3 +36,32 @@ class Deflater {
     z_stream stream_{};
     std::array<unsigned char, kOutputSize> output_{};
 };
+
+/// zlib's decompressor with the input buffer that stands between it and the file.
+class Inflater {
+  public:
+    /// Throws std::runtime_error when zlib has no memory for it.
+    Inflater();
+    ~Inflater();
+    Inflater(const Inflater&) = delete;
+    Inflater& operator=(const Inflater&) = delete;
+
+    /// The whole input buffer, to be refilled once no input is pending.
+    std::span<unsigned char> InputBuffer() { return input_; }
+    void Refilled(std::size_t count);
+    bool InputPending() const { return stream_.avail_in != 0; }
+
+    /// Makes `room` the output; it must stay valid while it is filled.
+    void Offer(std::span<unsigned char> room);
+    /// Bytes of the output still to be filled.
+    std::size_t RoomLeft() const { return stream_.avail_out; }
+
+    /// Runs inflate once; returns zlib's result.
+    int Run() { return inflate(&stream_, Z_NO_FLUSH); }
+
+  private:
+    static constexpr std::size_t kInputSize = 16'384;
+
+    z_stream stream_{};
+    std::array<unsigned char, kInputSize> input_{};
+};

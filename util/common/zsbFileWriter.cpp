@@ -47,7 +47,7 @@ void ZSBFile::BeginFile() {
 }
 
 int ZSBFile::CreateNext(bool zsb) {
-    if (creating) {
+    if (creating || open) {
         return zERR_INVALID_STATE;
     }
     if (!NumbersFitName()) {
