@@ -1,4 +1,3 @@
-#include <cstring>
 #include <stdexcept>
 
 #include "util/common/errors.h"
@@ -12,8 +11,6 @@
 namespace {
 
 constexpr const char* kLockFailure = "Could not lock pool into MAINTENANCE state:  ";
-constexpr const char* kSuperblockFailure = "OSTREL Pool superblock header validation error:  ";
-constexpr const char* kWriterFailure = "Exception while attempting to create a ZSBFile Object:  ";
 
 }  // namespace
 
@@ -37,7 +34,11 @@ int ScanEngine::RunDumpMain() {
     try {
         writer = MakeWriter();
     } catch (const std::exception& failure) {
-        return FailWriter(failure.what());
+        const std::string message = std::string(kFileObjectFailure) + failure.what() + "\n";
+        LogLine() << message;
+        ReleasePool();
+        device_.Close();
+        return Fail(1, message, "util/ostrelscan/scanEngine[557]");
     }
     SetDumpRange();
     const int status = RunDumpAll(*writer);
@@ -53,13 +54,9 @@ int ScanEngine::RunDumpMain() {
 
 int ScanEngine::OpenDeviceForDump() {
     const int error = device_.OpenForReading(dumpOptions_->deviceName);
-    if (error == 0) {
-        return 0;
-    }
-    const std::string message = std::string("Unable to open device \"") + dumpOptions_->deviceName +
-                                "\" for read access - " + std::strerror(error) + "\n";
-    LogLine() << message;
-    return Fail(1, message, "util/ostrelscan/scanEngine[440]");
+    return error == 0 ? 0
+                      : FailToOpen(dumpOptions_->deviceName, "read", error,
+                                   "util/ostrelscan/scanEngine[440]");
 }
 
 void ScanEngine::MeasureDevice() {
@@ -71,8 +68,7 @@ void ScanEngine::MeasureDevice() {
 
 void ScanEngine::CheckSuperblockForDump() {
     if (validate_ && ValidateSBHSimple(*selector_) != 0) {
-        throw std::runtime_error(
-            "Pool's superblock did not validate (ensure that the correct device was given)");
+        throw std::runtime_error(kBadSuperblock);
     }
 }
 
@@ -82,14 +78,6 @@ std::unique_ptr<ZSBFile> ScanEngine::MakeWriter() {
     return std::make_unique<ZSBFile>(dumpOptions_->path, &poolName, bypass_, &runGUID_,
                                      dumpOptions_->compress, ThreadId(), BlocksInPool(),
                                      kDefaultLevel, kScanFileSizeLimit);
-}
-
-int ScanEngine::FailWriter(const char* reason) {
-    const std::string message = std::string(kWriterFailure) + reason + "\n";
-    LogLine() << message;
-    ReleasePool();
-    device_.Close();
-    return Fail(1, message, "util/ostrelscan/scanEngine[557]");
 }
 
 void ScanEngine::SetDumpRange() {
@@ -130,16 +118,7 @@ int ScanEngine::CloseDumpFile(ZSBFile& file, int fillStatus) {
         return closeStatus;
     }
     history_.LogTrackUpdate(crc);
-    int status = fillStatus;
-    if (stop) {
-        ClearStopRequest();
-        status = zERR_USER_ABORTED;
-    } else if (stateChange) {
-        poolLock_->Unlock();
-        status = zERR_VOLUME_STATE_CHANGE_REQUESTED;
-    }
-    history_.LogTrackUpdate(status);
-    return status;
+    return EndFile(fillStatus, stop, stateChange);
 }
 
 int ScanEngine::RunDumpFillSingleZSBFile2(ZSBFile& file) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,11 +31,21 @@ long ReadBlockAt(int descriptor, void* buffer, std::uint64_t block) {
 
 }  // namespace
 
-int PoolDevice::OpenForReading(const char* path) {
+int PoolDevice::Open(const char* path, const char* mode, std::size_t bufferSize) {
     stretchStart_ = stretchEnd_ = 0;
     direct_ = FileDescriptor();
     directTried_ = false;
-    return stream_.Open(path, "r", kStretchBlocks << kPoolBlockShift);
+    return stream_.Open(path, mode, bufferSize);
+}
+
+int PoolDevice::OpenForReading(const char* path) {
+    return Open(path, "r", kStretchBlocks << kPoolBlockShift);
+}
+
+int PoolDevice::OpenForWriting(const char* path) {
+    struct stat facts {};
+    // The mode creates what is missing: a mistyped device must not become a file.
+    return stat(path, &facts) == 0 ? Open(path, "w+", 0) : errno;
 }
 
 bool PoolDevice::InFailedStretch(std::uint64_t block) const {
@@ -73,6 +84,23 @@ BlockTransfer PoolDevice::ReadAlone(char* buffer, std::uint64_t block) {
         return {Failed, errno};
     }
     return {count == kPoolBlockSize ? Done : AtEnd};
+}
+
+BlockTransfer PoolDevice::Write(const char* buffer, std::uint64_t block) {
+    using enum BlockTransfer::Outcome;
+    const int seekError = stream_.SeekTo(block << kPoolBlockShift);
+    if (seekError != 0) {
+        return {SeekFailed, seekError};
+    }
+    if (stream_.Write(buffer, kPoolBlockSize)) {
+        return {Done};
+    }
+    const int error = errno;
+    if (stream_.HasError()) {
+        stream_.ClearIndicators();
+        return {Failed, error};
+    }
+    return {stream_.AtEnd() ? AtEnd : Short};
 }
 
 /// Opens what the stream has open, not what the path may name by now.

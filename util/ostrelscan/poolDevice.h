@@ -24,10 +24,20 @@ class PoolDevice {
     /// Returns 0 or errno.
     int OpenForReading(const char* path);
 
+    /// Opens an existing device for reading and writing, unbuffered: a buffer would be read anew at
+    /// every jump, and an error would show at another block than its own. Returns 0 or errno.
+    int OpenForWriting(const char* path);
+
     /// Reads one block into `buffer` (4096 bytes).
     BlockTransfer Read(char* buffer, std::uint64_t block);
 
-    /// Closes the device. Returns 0 or errno.
+    /// Writes one block from `buffer` (4096 bytes).
+    BlockTransfer Write(const char* buffer, std::uint64_t block);
+
+    /// Hand what was written to the system, make it store that, close the device. Return 0 or
+    /// errno.
+    int Flush() { return stream_.Flush(); }
+    int Sync() { return stream_.Sync(); }
     int Close();
 
     /// The number of blocks of the device at `path`: 3 when its size is not to be had, 2 when it
@@ -39,6 +49,7 @@ class PoolDevice {
     /// begins and ends where the buffer does, so that going on behind it reads nothing twice.
     static constexpr std::uint64_t kStretchBlocks = 64;
 
+    int Open(const char* path, const char* mode, std::size_t bufferSize);
     bool InFailedStretch(std::uint64_t block) const;
     BlockTransfer ReadAlone(char* buffer, std::uint64_t block);
     long ReadDirectly(char* buffer, std::uint64_t block);

@@ -77,6 +77,9 @@ std::optional<unsigned> RunDialogue(const RunSettings& settings) {
         status = dialogue->RunDump(settings.path.c_str(), settings.device, settings.poolName,
                                    settings.allBlocks, settings.compress, settings.bypass,
                                    settings.validate);
+    } else if (std::strcmp(settings.action, "restore") == 0) {
+        status = dialogue->RunRestore(settings.path.c_str(), settings.device, settings.poolName,
+                                      settings.allBlocks, settings.bypass, settings.validate);
     }
     return status;
 }

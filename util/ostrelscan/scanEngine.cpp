@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <stdexcept>
 #include <utility>
@@ -82,6 +83,15 @@ int ScanEngine::RunDump(BlockSelector& selector, DumpOptions& options) {
     return StartWorker(RunDumpThread);
 }
 
+int ScanEngine::RunRestore(BlockSelector& selector, RestoreOptions& options) {
+    if (running_.exchange(1) != 0) {
+        return zERR_INVALID_STATE;
+    }
+    selector_ = &selector;
+    restoreOptions_ = &options;
+    return StartWorker(RunRestoreThread);
+}
+
 int ScanEngine::StartWorker(void* (*routine)(void*)) {
     SetFinished(false);
     pthread_t thread{};
@@ -94,6 +104,11 @@ int ScanEngine::StartWorker(void* (*routine)(void*)) {
 
 void* ScanEngine::RunDumpThread(void* engine) {
     static_cast<ScanEngine*>(engine)->FinishPass(&ScanEngine::RunDumpMain);
+    return nullptr;
+}
+
+void* ScanEngine::RunRestoreThread(void* engine) {
+    static_cast<ScanEngine*>(engine)->FinishPass(&ScanEngine::RunRestoreMain);
     return nullptr;
 }
 
@@ -117,6 +132,14 @@ int ScanEngine::Fail(int status, std::string message, const char* location) {
     errorMessage_ = std::move(message);
     errorLocation_ = location;
     return status;
+}
+
+int ScanEngine::FailToOpen(const char* device, const char* access, int error,
+                           const char* location) {
+    const std::string message = std::string("Unable to open device \"") + device + "\" for " +
+                                access + " access - " + std::strerror(error) + "\n";
+    LogLine() << message;
+    return Fail(1, message, location);
 }
 
 int ScanEngine::FailUnprepared(const std::string& message, const char* logPosition,
@@ -144,6 +167,20 @@ void ScanEngine::HoldPool(const char* poolName) {
 void ScanEngine::ReleasePool() {
     poolLock_.reset();
     poolKey_.reset();
+}
+
+/// What a finished file's status is once a stop or a state change has been asked for; both are
+/// answered here.
+int ScanEngine::EndFile(int status, bool stop, bool stateChange) {
+    if (stop) {
+        ClearStopRequest();
+        status = zERR_USER_ABORTED;
+    } else if (stateChange) {
+        poolLock_->Unlock();
+        status = zERR_VOLUME_STATE_CHANGE_REQUESTED;
+    }
+    history_.LogTrackUpdate(status);
+    return status;
 }
 
 bool ScanEngine::StateChangeRequested() const {

@@ -83,6 +83,8 @@ class ScanEngine : public ScanThread {
     /// number of the thread's creation. Selector and options are borrowed until it has finished.
     int RunDump(BlockSelector& selector, DumpOptions& options);
 
+    int RunRestore(BlockSelector& selector, RestoreOptions& options);
+
     /// The current block and the blocks done; the error counts only where asked for. Returns 0.
     int GetStatistics(unsigned long long* current, unsigned long long* done,
                       unsigned long long* readErrors, unsigned long long* writeErrors) const;
@@ -107,6 +109,17 @@ class ScanEngine : public ScanThread {
     /// The same operation under its older name.
     int RunDumpFillSingleZSBFile(ZSBFile& file) { return RunDumpFillSingleZSBFile2(file); }
 
+    /// The whole restore; returns its status, 1 for a failure told by message alone.
+    int RunRestoreMain();
+    int RunRestoreAll(ZSBFile& file);
+    int RunRestoreRestoreSingleZSBFile(ZSBFile& file);
+
+    /// Writes a block of the open device from `buf` (4096 bytes). A failure is logged and tracked.
+    int WritePoolBlk(const char* buf, unsigned long long block);
+    /// Compares an image with the device's block. A difference is tracked as a read error; only a
+    /// block that `ReadAndExaminePoolBlk` does not deliver gives a status.
+    int ComparePoolBlk(const char* buf, unsigned long long block);
+
     /// Reads a block of the open device into `buf` (4096 bytes).
     int ReadPoolBlk(char* buf, unsigned long long block);
     /// Reads a block and counts it under its type. `zERR_NO_FILES_FOUND` for a block to skip: one
@@ -125,17 +138,27 @@ class ScanEngine : public ScanThread {
 
   private:
     static void* RunDumpThread(void* engine);
+    static void* RunRestoreThread(void* engine);
 
     int StartWorker(void* (*routine)(void*));
     void FinishPass(int (ScanEngine::*pass)());
     int Fail(int status, std::string message, const char* location);
+    int FailToOpen(const char* device, const char* access, int error, const char* location);
     int FailUnprepared(const std::string& message, const char* logPosition, const char* location);
+
+    static constexpr const char* kSuperblockFailure =
+        "OSTREL Pool superblock header validation error:  ";
+    static constexpr const char* kBadSuperblock =
+        "Pool's superblock did not validate (ensure that the correct device was given)";
+    static constexpr const char* kFileObjectFailure =
+        "Exception while attempting to create a ZSBFile Object:  ";
 
     /// Makes sure of the pool's maintenance state and holds it. Throws what the key and the lock
     /// throw, and std::runtime_error when the pool cannot be held.
     void HoldPool(const char* poolName);
     void ReleasePool();
     bool StateChangeRequested() const;
+    int EndFile(int status, bool stop, bool stateChange);
 
     int ReadSuperblockMagic(std::uint32_t& magic);
 
@@ -143,11 +166,16 @@ class ScanEngine : public ScanThread {
     void MeasureDevice();
     void CheckSuperblockForDump();
     std::unique_ptr<ZSBFile> MakeWriter();
-    int FailWriter(const char* reason);
     void SetDumpRange();
     int DumpOneFile(ZSBFile& file);
     int CloseDumpFile(ZSBFile& file, int fillStatus);
     int AppendCurrentBlock(ZSBFile& file);
+
+    int OpenDeviceForRestore();
+    void CheckSuperblockForRestore();
+    int StoreDevice(int status);
+    int RestoreOneFile(ZSBFile& file, bool* last);
+
     unsigned long long CurrentBlock() const {
         return currentBlock_.load(std::memory_order_relaxed);
     }
@@ -165,6 +193,7 @@ class ScanEngine : public ScanThread {
     std::string errorMessage_ = "Scan engine is still running";
     std::string errorLocation_ = "util/ostrelscan/scanEngine[131]";
     DumpOptions* dumpOptions_ = nullptr;
+    RestoreOptions* restoreOptions_ = nullptr;
     BlockSelector* selector_ = nullptr;
     std::atomic<std::uint64_t> blocksDone_{0};
     std::atomic<std::uint64_t> currentBlock_{0};

@@ -13,36 +13,12 @@
 #include "util/ostrelscan/progress.h"
 #include "util/ostrelscan/scanEngine.h"
 #include "util/ostrelscan/screenInterface.h"
+#include "util/ostrelscan/screenLayout.h"
 
 const char* SCAN_ColumnFormat = "%14s + %8Ld\n";
 const char* SCAN_ColumnFormatSkip = "%14s - %8Ld\n";
 
 namespace {
-
-// Where things stand on the screen.
-constexpr int kProgressRow = 1;
-constexpr int kErrorCountRow = 3;
-constexpr int kSecondErrorColumn = 40;
-constexpr int kTableRow = 5;
-constexpr int kTableColumnWidth = 26;
-constexpr int kTableColumns = 3;
-constexpr int kErrorRow = 19;
-constexpr int kFirstFileRow = 19;
-constexpr int kLastFileRow = 22;
-constexpr int kParkedRow = 23;
-constexpr int kPauseRow = 24;
-
-// How they look: numbers of the screen's attributes.
-constexpr int kLookProgress = 2;
-constexpr int kLookBad = 4;
-constexpr int kLookSelected = 11;
-constexpr int kLookFatal = 12;
-constexpr int kLookHeader = 13;
-
-constexpr int kModeDump = 0;
-constexpr int kModeRestore = 1;
-
-constexpr int kPollMilliseconds = 100;
 
 /// The progress display's clock, one for the process.
 std::time_t progressStart = 0;
@@ -98,7 +74,11 @@ unsigned UserInterface::RunDump(const char* path, const char* device, const char
         return static_cast<unsigned>(startStatus);
     }
     WatchDump(engine, selector, options);
-    LogDumpSummary(engine);
+    unsigned long long current = 0;
+    unsigned long long done = 0;
+    engine.GetStatistics(&current, &done, nullptr, nullptr);
+    LogLine() << "UI - " << current << " Dumped  " << done << '\n';
+    LogHistory(engine);
     if (engine.Result() != 0) {
         ReportFailure(engine, "util/ostrelscan/scanUI[497]");
     }
@@ -134,11 +114,7 @@ void UserInterface::DisplayDumpState(ScanEngine& engine, BlockSelector& selector
                     writeErrors, final);
 }
 
-void UserInterface::LogDumpSummary(ScanEngine& engine) {
-    unsigned long long current = 0;
-    unsigned long long done = 0;
-    engine.GetStatistics(&current, &done, nullptr, nullptr);
-    LogLine() << "UI - " << current << " Dumped  " << done << '\n';
+void UserInterface::LogHistory(ScanEngine& engine) {
     LogLine() << "Done \n";
     engine.History().DumpScanHistory();
     LogLine() << "DumpScanHistory Done \n";

@@ -9,6 +9,7 @@ class BlockSelector;
 class ScanEngine;
 class ScreenInterface;
 struct DumpOptions;
+struct RestoreOptions;
 
 /// The operator dialogue of one run: starts the engine, repaints a full screen ten times a second
 /// while it works, and writes the run's summary into the log. Used by the operator thread.
@@ -26,6 +27,18 @@ class UserInterface {
     unsigned RunDump(const char* path, const char* device, const char* poolName, bool allBlocks,
                      bool compress, bool bypass, bool validate);
 
+    /// Runs a restore once the operator has agreed to it; returns 0, `zERR_BAD_PARAMETER_VALUE`
+    /// when it was refused, or the engine's status.
+    unsigned RunRestore(const char* path, const char* device, const char* poolName, bool allBlocks,
+                        bool bypass, bool validate);
+
+    /// Warns and asks for consent, then checks the scan files. Nothing of the pool is touched.
+    bool RESTORE_Validate_Operation(const RestoreOptions& options);
+    /// Whether the first scan file can be read and is one of the target pool, or the operator wants
+    /// it all the same.
+    bool RESTORE_Validate_File(const RestoreOptions& options);
+
+    void DisplayHeaderRestore(const char* poolName, const char* path);
     void DisplayHeaderDump(unsigned long long blocks, const char* poolName, const char* path,
                            bool compress);
     /// The progress line and the error counts. `total` is the range's number of blocks.
@@ -55,7 +68,11 @@ class UserInterface {
     void DisplayFileState(const ScanFileFacts& facts, bool good);
     void DisplayDumpState(ScanEngine& engine, BlockSelector& selector, bool final);
     void WatchDump(ScanEngine& engine, BlockSelector& selector, const DumpOptions& options);
-    void LogDumpSummary(ScanEngine& engine);
+    void LogHistory(ScanEngine& engine);
+    void DisplayRestoreState(ScanEngine& engine, BlockSelector& selector);
+    void RestoreThenReport(ScanEngine& engine, BlockSelector& selector);
+    bool ReadPoolName(const char* path, std::string* poolName);
+    bool AskToRestore();
     void ReportFailure(const ScanEngine& engine, const char* position);
 
     std::unique_ptr<ScreenInterface> screen_;
