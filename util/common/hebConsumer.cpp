@@ -1,0 +1,143 @@
+#include <cstring>
+#include <exception>
+#include <mutex>
+#include <utility>
+
+#include "util/common/clock.h"
+#include "util/common/errors.h"
+#include "util/common/heb.h"
+#include "util/common/hebFamilies.h"
+#include "util/common/log.h"
+
+namespace {
+
+constexpr std::int64_t kPollMilliseconds = 100;
+/// Where every family's event data has its GUID.
+constexpr std::size_t kGUIDOffset = offsetof(HEBStateChange, guid);
+
+bool Matches(const PVKey& watched, const void* eventData) {
+    if (eventData == nullptr) {
+        return false;
+    }
+    GUID_t guid;
+    std::memcpy(&guid, static_cast<const unsigned char*>(eventData) + kGUIDOffset, sizeof guid);
+    return watched.IsMatch(&guid);
+}
+
+bool IsSet(const std::atomic<bool>& flag) {
+    return flag.load(std::memory_order_relaxed);
+}
+
+/// The start of a handler's line.
+std::string Heading(const char* position, const HEBFamilyFacts& facts) {
+    return std::string(position) + " HEBC_" + facts.name + "_Handler -- ";
+}
+
+}  // namespace
+
+HEBConsumer::HEBConsumer(const char* name) : name_(name) {}
+
+void HEBConsumer::Retire(std::unique_ptr<HEBConsumer> consumer) {
+    if (consumer == nullptr || !consumer->offeredToBus_) {
+        return;
+    }
+    for (Slots& slots : consumer->slots_) {
+        for (const auto& registration : slots.registrations) {
+            registration->registered.store(false, std::memory_order_relaxed);
+        }
+    }
+    static std::mutex mutex;
+    static auto& kept = *std::make_unique<std::vector<std::unique_ptr<HEBConsumer>>>().release();
+    const std::lock_guard lock(mutex);
+    kept.push_back(std::move(consumer));
+}
+
+int HEBConsumer::Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired,
+                          HEBCallback callback) {
+    Slots& slots = slots_[static_cast<std::size_t>(family)];
+    const Registration* current = slots.current.load(std::memory_order_relaxed);
+    if (current != nullptr && IsSet(current->registered)) {
+        return zERR_INVALID_STATE;
+    }
+    offeredToBus_ = true;
+    const char* eventName = HEBFactsOf(family).eventName;
+    try {
+        slots.key = bus_.EventRegister(eventName, name_, this, callback);
+    } catch (const std::exception& error) {
+        LogLine() << "Exception while registering for HEB event " << eventName << ":  "
+                  << error.what() << "\nutil/common/heb[635]\n";
+        return zEVENT_REGISTRATION_FAILED;
+    }
+    slots.registrations.push_back(std::make_unique<Registration>(key, std::move(changeRequired)));
+    slots.current.store(slots.registrations.back().get(), std::memory_order_release);
+    return 0;
+}
+
+int HEBConsumer::Unregister(HEBFamily family) {
+    Slots& slots = slots_[static_cast<std::size_t>(family)];
+    Registration* current = slots.current.load(std::memory_order_relaxed);
+    // Cleared before the bus is asked: this releases a handler that the bus may be waiting for.
+    if (current == nullptr || !current->registered.exchange(false, std::memory_order_relaxed)) {
+        return zERR_INVALID_STATE;
+    }
+    try {
+        bus_.EventUnregister(std::move(slots.key));
+    } catch (const std::exception& error) {
+        LogLine() << "util/common/heb[225] Could not unregister from HEB " << error.what() << '\n';
+    }
+    return 0;
+}
+
+std::uint32_t HEBConsumer::Handle(HEBFamily family, EventBlock* event) {
+    const HEBFamilyFacts& facts = HEBFactsOf(family);
+    const Registration* registration =
+        slots_[static_cast<std::size_t>(family)].current.load(std::memory_order_acquire);
+    if (registration == nullptr || !IsSet(registration->registered)) {
+        LogLine() << Heading("util/common/heb[540]", facts) << "early event.\n";
+        return kHEBAccept;
+    }
+    if (event->notifyType != kEBEventNotifyType) {
+        LogLine() << Heading("util/common/heb[547]", facts) << "not a EBEventNotifyType("
+                  << event->notifyType << ") we care about.\n";
+        return kHEBAccept;
+    }
+    if (!Matches(registration->watched, event->eventData)) {
+        LogLine() << Heading("util/common/heb[556]", facts) << "not the " << facts.object
+                  << " we care about.\n";
+        return kHEBAccept;
+    }
+    if (facts.request != nullptr) {
+        return HandleChange(facts, *registration, event);
+    }
+    LogLine line;
+    line << Heading("util/common/heb[563]", facts) << facts.happened << '\n';
+    facts.report(line, event->eventData);
+    return kHEBAccept;
+}
+
+std::uint32_t HEBConsumer::HandleChange(const HEBFamilyFacts& facts,
+                                        const Registration& registration, EventBlock* event) {
+    const auto& change = *static_cast<const HEBStateChange*>(event->eventData);
+    if (change.stateA == change.stateB) {
+        LogLine line;
+        line << Heading("util/common/heb[571]", facts) << facts.object << " state did not change.";
+        if (facts.tellsMode) {
+            line << "   The mode is 0x" << std::hex << change.modeFlags;
+        }
+        line << '\n';
+        return kHEBAccept;
+    }
+    if ((change.modeFlags & VOLMODE_USER_ABORTABLE) != 0) {
+        LogLine() << Heading("util/common/heb[584]", facts) << "denyed " << facts.request
+                  << " request because VOLMODE_USER_ABORTABLE present.\n";
+        event->refusalStatus = facts.refusalStatus;
+        return kHEBVeto;
+    }
+    LogLine() << Heading("util/common/heb[592]", facts) << "accepted " << facts.request
+              << " request because VOLMODE_USER_ABORTABLE not present.\n";
+    registration.changeRequired->store(true, std::memory_order_relaxed);
+    while (IsSet(registration.registered) && IsSet(*registration.changeRequired)) {
+        Ostrel::LB_delay(kPollMilliseconds);
+    }
+    return kHEBAccept;
+}

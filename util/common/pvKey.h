@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+
+#include "util/common/guid.h"
+
+/// Names one pool or volume, or all of them, by the operator's name and by the GUID that events
+/// carry: a snapshot of the moment it was made. Read-only afterwards, so any thread may use it.
+class PVKey {
+  public:
+    /// A key that knows no name, "_Unknown_Name_": the service cannot tell its state.
+    PVKey(const GUID_t* guid, bool isPool);
+    /// Asks the service for the GUID; throws what the query throws (`AdminError`, `OstrelError`,
+    /// std::runtime_error).
+    PVKey(const char* name, bool isPool);
+    /// The key of all pools or all volumes, "all".
+    explicit PVKey(bool isPool);
+
+    /// Asks the service for the present state's number: 6 active, 2 deactive, 3 maintenance, 0 any
+    /// other. Throws as the query does.
+    std::uint32_t GetState() const;
+
+    bool IsMatch(const GUID_t* guid) const;
+
+    /// Makes the text of the GUID; throws std::invalid_argument when there is none.
+    void SetIDString();
+
+    const GUID_t& ID() const { return guid_; }
+    const std::string& IDString() const { return idString_; }
+    const std::string& Name() const { return name_; }
+
+    bool IsPool;
+    bool AllObjects;
+
+  private:
+    GUID_t guid_;
+    std::string idString_;
+    std::string name_;
+};
+
+std::ostream& operator<<(std::ostream& stream, const PVKey& key);
+
+class PoolKey : public PVKey {
+  public:
+    PoolKey() : PVKey(true) {}
+    explicit PoolKey(const GUID_t* guid) : PVKey(guid, true) {}
+    explicit PoolKey(const char* name) : PVKey(name, true) {}
+};
+
+class VolumeKey : public PVKey {
+  public:
+    VolumeKey() : PVKey(false) {}
+    explicit VolumeKey(const GUID_t* guid) : PVKey(guid, false) {}
+    explicit VolumeKey(const char* name) : PVKey(name, false) {}
+};
