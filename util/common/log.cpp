@@ -4,6 +4,8 @@
 #include <cstring>
 #include <iostream>
 
+#include "util/common/errors.h"
+
 std::streamsize LogBuffer::xsputn(const char* text, std::streamsize length) {
     const std::lock_guard lock(mutex_);
     const std::streamsize written = target_.sputn(text, length);
@@ -43,6 +45,8 @@ LogLine::~LogLine() {
     std::cerr.rdbuf()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
-void LogSystemError(const char* what) {
-    LogLine() << what << ": " << std::strerror(errno) << '\n';
+int LogSystemError(const char* what) {
+    const int error = errno;
+    LogLine() << what << ": " << std::strerror(error) << '\n';
+    return SystemErrorStatus(error);
 }

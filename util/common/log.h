@@ -48,5 +48,5 @@ class LogLine : public std::ostringstream {
 };
 
 /// Logs `what`, ": " and the system's text for errno, as perror would: perror itself writes to the
-/// descriptor behind the curses screen.
-void LogSystemError(const char* what);
+/// descriptor behind the curses screen. Returns errno's status (`SystemErrorStatus`).
+int LogSystemError(const char* what);

@@ -1,0 +1,195 @@
+"""The demonstration behind scripts/demo.
+
+The full road needs loop devices and FUSE: a stand-in of the storage service runs beside the tool, and
+the pool's devices are real block devices. Without them the tool works on image files, by a preload
+library that answers for their size, and bypasses the service.
+"""
+
+import collections
+import contextlib
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "tests" / "support"))
+
+import loopdev
+import ostrelscan
+import poolTypes
+import pools
+import scanset
+import screen
+
+POOL = "SAMPLE"
+SIZE = "192M"
+BIN = ostrelscan.build_folder() / "bin"
+
+
+def say(text):
+    print(f"\n== {text}", flush=True)
+
+
+class Road:
+    """How the tool is run: with the service and real devices, or without."""
+
+    def __init__(self, folder, device, target, service):
+        self.folder = pathlib.Path(folder)
+        self.device = device
+        self.target = target
+        self.service = service
+        self.environment = {} if service else ostrelscan.preload_environment()
+
+    def arguments(self, *words):
+        return [BIN / "ostrelscan", *([] if self.service else ["--bypass-ostrel"]), *words]
+
+    def terminal(self, *words):
+        return screen.Terminal(self.arguments("--automatic", *words), env=self.environment,
+                               cwd=self.folder)
+
+    def show(self, *words):
+        """Runs the tool on this terminal, or shows its last screen where there is none."""
+        print("$ ostrelscan", *words, flush=True)
+        if sys.stdin.isatty() and sys.stdout.isatty():
+            env = {**os.environ, **self.environment}
+            return subprocess.run(self.arguments(*words), env=env, cwd=self.folder,
+                                  check=False).returncode
+        with self.terminal(*words) as terminal:
+            status = terminal.wait_exit(120)
+            show_screen(terminal)
+            return status
+
+    def control(self, *words):
+        print("$ ostrelsimctl", *words, flush=True)
+        subprocess.run([BIN / "ostrelsimctl", *words], check=False)
+
+
+def show_screen(terminal):
+    width = 80
+    print("+" + "-" * width + "+")
+    for row in terminal.last_full().rows:
+        print(f"|{row:{width}}|")
+    print("+" + "-" * width + "+", flush=True)
+
+
+def report_set(folder, planted):
+    """Files, sizes and types of a saved set, read independently of the tool."""
+    files = scanset.read_set(folder)
+    for file in files:
+        print(f"  {file.path.name}  {file.path.stat().st_size:>10} bytes  "
+              f"{len(file.records):>5} blocks  {', '.join(file.problems) or 'sound'}")
+    saved = collections.Counter(poolTypes.classify(block) for file in files
+                                for _, block in file.records)
+    print("  blocks of each type, saved of planted:")
+    cells = [f"{name:>14} {saved[name]:>6} of {planted[name]:<6}" for name in poolTypes.NAMES]
+    rows = (len(cells) + 2) // 3
+    for row in range(rows):
+        print("  " + " ".join(cells[row::rows]))
+    return sum(saved.values())
+
+
+def save(road, planted):
+    say("A save: the pool's internal blocks go into numbered scan files")
+    (road.folder / "raw").mkdir()
+    if road.show("-P", "raw", "save", POOL, road.device) != 0:
+        return False
+    return report_set(road.folder / "raw", planted) > 0
+
+
+def change_states(road):
+    """A save under the pool lock: a change that may be refused is, a forced one ends the save."""
+    say("A compressed save, while somebody wants to activate the pool")
+    (road.folder / "packed").mkdir()
+    words = ("--compress", "-P", "packed", "save", POOL, road.device)
+    print("$ ostrelscan", *words, "&", flush=True)
+    with road.terminal(*words) as terminal:
+        terminal.wait_for("C0000000.ZSB")
+        road.control("state", POOL, "active")
+        road.control("state", POOL, "active", "--forced")
+        ended = terminal.wait_exit(60) == 1
+        show_screen(terminal)
+        print(terminal.now().text.strip())
+    road.control("state", POOL, "maintenance")
+    return ended
+
+
+def restore(road):
+    say("A restore: the set, renamed, is written back onto another device, block for block")
+    for file in (road.folder / "raw").glob("*.ZSB"):
+        file.rename(file.with_suffix(".ZRB"))
+    if road.show("--automatic", "--danger", "--validation-skip", "-P", "raw", "restore", POOL,
+                 road.target) != 0:
+        return False
+    return compare(road)
+
+
+def compare(road):
+    compared = kept = 0
+    with open(road.target, "rb") as device:
+        for number, block in scanset.set_records(road.folder / "raw", suffix="ZRB"):
+            if poolTypes.classify(block) == "MSAP":
+                kept += 1
+                continue
+            device.seek(number * len(block))
+            if device.read(len(block)) != block:
+                print(f"block {number} differs")
+                return False
+            compared += 1
+    print(f"{compared} restored blocks compared, all equal; {kept} MSAP blocks were left alone, as "
+          "every restore leaves them")
+    return True
+
+
+def walk(road, planted):
+    """The whole demonstration; True when every step went as it should."""
+    if road.service:
+        say("The pool is put into maintenance")
+        road.control("state", POOL, "maintenance")
+    if not save(road, planted):
+        return False
+    if road.service and not change_states(road):
+        return False
+    return restore(road)
+
+
+def run_with_service(folder, device, target):
+    """Starts the stand-in service, which runs this program's inner half beside it."""
+    environment = {**os.environ, "OSTRELSIM_SOCKET": f"{folder}/bus",
+                   "LD_LIBRARY_PATH": str(ostrelscan.build_folder() / "lib")}
+    say("The stand-in of the storage service starts")
+    return subprocess.run(
+        [BIN / "ostrelsim", "--private", "--pool", f"{POOL},-,active,{device}", "--",
+         sys.executable, __file__, "--inside", folder, device, target],
+        env=environment, check=False).returncode
+
+
+def demonstrate(folder, plain):
+    pool = pools.pool(size=SIZE, seed=7)
+    images = [pool.copy_to(pathlib.Path(folder, "pool.img")),
+              loopdev.sparse_image(pathlib.Path(folder, "target.img"), pool.size)]
+    lacking = "it was not wanted" if plain else (
+        loopdev.have_loop().why or loopdev.have_fuse().why)
+    if lacking:
+        print(f"Without block devices and service ({lacking}): image files, a preload library that "
+              "answers for their size, and --bypass-ostrel.")
+        return 0 if walk(Road(folder, *images, service=False), pool.types) else 1
+    with loopdev.loop(images[0]) as device, loopdev.loop(images[1]) as target:
+        return run_with_service(folder, device, target)
+
+
+def main(arguments):
+    if arguments[:1] == ["--inside"]:
+        road = Road(*arguments[1:], service=True)
+        return 0 if walk(road, pools.pool(size=SIZE, seed=7).types) else 1
+    with tempfile.TemporaryDirectory(prefix="ostrelscan-demo-") as folder, \
+            contextlib.suppress(KeyboardInterrupt):
+        status = demonstrate(folder, "--plain" in arguments)
+        say("Done" if status == 0 else "Something went wrong")
+        return status
+    return 130
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,193 @@
+// A disk with bad blocks: a folder whose one file `disk` is an image, but for the requests that
+// the file `control` beside it tells to fail. A loop device over `disk` is a real block device with
+// bad sectors.
+
+#define FUSE_USE_VERSION 31
+
+#include <fcntl.h>
+#include <fuse3/fuse.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "tests/support/faultState.h"
+
+namespace {
+
+constexpr std::string_view kDisk = "/disk";
+constexpr std::string_view kControl = "/control";
+
+struct Disk {
+    int image = -1;
+    support::FaultState faults;
+};
+
+Disk& TheDisk() {
+    return *static_cast<Disk*>(fuse_get_context()->private_data);
+}
+
+int Result(ssize_t done) {
+    return done < 0 ? -errno : static_cast<int>(done);
+}
+
+void* Init(fuse_conn_info* /*connection*/, fuse_config* config) {
+    // The control file's size is not known before it is read.
+    config->attr_timeout = 0;
+    return fuse_get_context()->private_data;
+}
+
+int GetAttributes(const char* path, struct stat* facts, fuse_file_info* /*file*/) {
+    *facts = {};
+    if (kDisk == path) {
+        return Result(fstat(TheDisk().image, facts));
+    }
+    if (std::string_view("/") == path) {
+        facts->st_mode = S_IFDIR | 0755;
+        facts->st_nlink = 2;
+        return 0;
+    }
+    if (kControl == path) {
+        facts->st_mode = S_IFREG | 0644;
+        facts->st_nlink = 1;
+        return 0;
+    }
+    return -ENOENT;
+}
+
+int ListFolder(const char* /*path*/, void* buffer, fuse_fill_dir_t fill, off_t /*offset*/,
+               fuse_file_info* /*file*/, fuse_readdir_flags /*flags*/) {
+    for (const std::string_view name :
+         {std::string_view("/."), std::string_view("/.."), kDisk, kControl}) {
+        fill(buffer, name.data() + 1, nullptr, 0, fuse_fill_dir_flags{});
+    }
+    return 0;
+}
+
+int Open(const char* path, fuse_file_info* file) {
+    if (kControl == path) {
+        file->direct_io = 1;
+        return 0;
+    }
+    return -TheDisk().faults.Other();
+}
+
+/// The control file shrinks on opening with ">"; the disk keeps its size.
+int Truncate(const char* path, off_t /*size*/, fuse_file_info* /*file*/) {
+    return kControl == path ? 0 : -EPERM;
+}
+
+int ReadControl(char* buffer, std::size_t bytes, off_t offset) {
+    const std::string text = TheDisk().faults.Text();
+    const std::size_t from = std::min(static_cast<std::size_t>(offset), text.size());
+    return static_cast<int>(text.copy(buffer, bytes, from));
+}
+
+int Read(const char* path, char* buffer, std::size_t bytes, off_t offset,
+         fuse_file_info* /*file*/) {
+    if (kControl == path) {
+        return ReadControl(buffer, bytes, offset);
+    }
+    if (const int error = TheDisk().faults.Read(static_cast<std::uint64_t>(offset), bytes)) {
+        return -error;
+    }
+    return Result(pread(TheDisk().image, buffer, bytes, offset));
+}
+
+int WriteControl(std::string_view text) {
+    const std::size_t whole = text.size();
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        if (end > 0 && !TheDisk().faults.Command(text.substr(0, end))) {
+            return -EINVAL;
+        }
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return static_cast<int>(whole);
+}
+
+int Write(const char* path, const char* buffer, std::size_t bytes, off_t offset,
+          fuse_file_info* /*file*/) {
+    if (kControl == path) {
+        return WriteControl({buffer, bytes});
+    }
+    if (const int error = TheDisk().faults.Write(static_cast<std::uint64_t>(offset), bytes)) {
+        return -error;
+    }
+    return Result(pwrite(TheDisk().image, buffer, bytes, offset));
+}
+
+int Flush(const char* path, fuse_file_info* /*file*/) {
+    return kControl == path ? 0 : -TheDisk().faults.Other();
+}
+
+int Sync(const char* path, int /*dataOnly*/, fuse_file_info* /*file*/) {
+    if (kControl == path) {
+        return 0;
+    }
+    const int error = TheDisk().faults.Other();
+    return error != 0 ? -error : Result(fsync(TheDisk().image));
+}
+
+fuse_operations Operations() {
+    fuse_operations operations{};
+    operations.init = Init;
+    operations.getattr = GetAttributes;
+    operations.readdir = ListFolder;
+    operations.open = Open;
+    operations.truncate = Truncate;
+    operations.read = Read;
+    operations.write = Write;
+    operations.flush = Flush;
+    operations.fsync = Sync;
+    return operations;
+}
+
+/// "badread=17,18" on the command line is "badread 17,18" in the control file.
+bool TakeFault(Disk& disk, std::string fault) {
+    std::replace(fault.begin(), fault.end(), '=', ' ');
+    return disk.faults.Command(fault);
+}
+
+/// Serves in the foreground, one request at a time, until a signal ends it and unmounts.
+int Serve(Disk& disk, char* program, char* mountPoint) {
+    std::string foreground = "-f";
+    std::string single = "-s";
+    std::array<char*, 4> arguments{program, foreground.data(), single.data(), mountPoint};
+    const fuse_operations operations = Operations();
+    return fuse_main(static_cast<int>(arguments.size()), arguments.data(), &operations, &disk) == 0
+               ? 0
+               : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fputs(
+            "Usage: faultdisk IMAGE MOUNTPOINT [badread=17,20-24] [badwrite=20] "
+            "[enospc=30] [readonly] [gone]\n",
+            stderr);
+        return 1;
+    }
+    Disk disk;
+    for (int i = 3; i < argc; ++i) {
+        if (!TakeFault(disk, argv[i])) {
+            std::fprintf(stderr, "faultdisk: unknown fault: %s\n", argv[i]);
+            return 1;
+        }
+    }
+    disk.image = open(argv[1], O_RDWR | O_CLOEXEC);
+    if (disk.image < 0) {
+        std::fprintf(stderr, "faultdisk: %s: %s\n", argv[1], std::strerror(errno));
+        return 1;
+    }
+    const int status = Serve(disk, argv[0], argv[2]);
+    return close(disk.image) == 0 ? status : 1;
+}

@@ -1,0 +1,186 @@
+"""Block devices for tests: loop devices over images, and over images with bad blocks."""
+
+import contextlib
+import functools
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import time
+import typing
+
+import ostrelscan
+
+BLOCK_BYTES = 4096
+
+
+class Answer(typing.NamedTuple):
+    """Whether something can be had, and if not, why."""
+
+    ok: bool
+    why: str = ""
+
+    def __bool__(self):
+        return self.ok
+
+
+def _wait_until(happened, seconds=10.0):
+    until = time.monotonic() + seconds
+    while not happened():
+        if time.monotonic() > until:
+            return False
+        time.sleep(0.02)
+    return True
+
+
+def _attach(image, options):
+    """Finding a free device and taking it are two steps: another worker can come between."""
+    for attempt in range(20):
+        done = subprocess.run(["losetup", "-f", "--show", *options, str(image)],
+                              capture_output=True, text=True, check=False)
+        if done.returncode == 0:
+            return done.stdout.strip()
+        time.sleep(0.05 * (attempt + 1))
+    raise OSError(f"losetup: {done.stderr.strip()}")
+
+
+def _backing_file(device):
+    path = pathlib.Path("/sys/block", pathlib.Path(device).name, "loop/backing_file")
+    with contextlib.suppress(OSError):
+        return path.read_text(encoding="utf-8").rstrip("\n")
+    return None
+
+
+def _detach(device, backing):
+    """The device may be another worker's as soon as it is free, so it is detached only while the
+    image is still behind it; the kernel waits for the last user by itself."""
+    def gone():
+        return _backing_file(device) != backing
+    def detached():
+        if not gone():
+            subprocess.run(["losetup", "-d", device], capture_output=True, check=False)
+        return gone()
+    if not _wait_until(detached):
+        raise OSError(f"{device} is still in use")
+
+
+@contextlib.contextmanager
+def loop(image, *, read_only=False):
+    """The path of a loop device over the image."""
+    device = _attach(image, ["--read-only"] if read_only else [])
+    backing = _backing_file(device)
+    try:
+        yield device
+    finally:
+        _detach(device, backing)
+
+
+@functools.lru_cache
+def have_loop():
+    """Whether loop devices can be attached here."""
+    if os.geteuid() != 0:
+        return Answer(False, "loop devices need root")
+    if not shutil.which("losetup"):
+        return Answer(False, "losetup is not installed")
+    with tempfile.NamedTemporaryFile() as image:
+        image.truncate(BLOCK_BYTES)
+        try:
+            with loop(image.name):
+                return Answer(True)
+        except OSError as error:
+            return Answer(False, f"no loop devices: {error}")
+
+
+def _may_mount():
+    """Whether this process has CAP_SYS_ADMIN, capability 21."""
+    status = pathlib.Path("/proc/self/status").read_text(encoding="ascii")
+    effective = next(line for line in status.splitlines() if line.startswith("CapEff:"))
+    return bool(int(effective.split()[1], 16) >> 21 & 1)
+
+
+@functools.lru_cache
+def have_fuse():
+    """Whether a FUSE file system can be mounted here."""
+    try:
+        os.close(os.open("/dev/fuse", os.O_RDWR | os.O_CLOEXEC))
+    except OSError as error:
+        return Answer(False, f"no FUSE: {error}")
+    if not _may_mount() and (os.geteuid() == 0 or not shutil.which("fusermount3")):
+        return Answer(False, "no FUSE: mounting is not allowed here")
+    return Answer(True)
+
+
+def sparse_image(path, size):
+    """An image of `size` bytes that is one hole."""
+    with open(path, "wb") as image:
+        image.truncate(size)
+    return pathlib.Path(path)
+
+
+class FaultDisk:
+    """A mounted faultdisk: `disk` is the image, but for the faults set by command."""
+
+    def __init__(self, mount_point):
+        self.disk = mount_point / "disk"
+        self._control = mount_point / "control"
+
+    def command(self, line):
+        """As in the control file: "badread 17,20-24", "badwrite 20", "enospc 30", "readonly",
+        "gone", "clear"."""
+        self._control.write_text(line + "\n", encoding="ascii")
+
+    def faults(self):
+        """The faults in force, as command lines."""
+        return [line for line in self._lines() if " failed " not in line]
+
+    def counts(self):
+        """{"reads": (requests, failed), "writes": (requests, failed)}"""
+        words = [line.split() for line in self._lines() if " failed " in line]
+        return {word[0]: (int(word[1]), int(word[3])) for word in words}
+
+    def _lines(self):
+        return self._control.read_text(encoding="ascii").splitlines()
+
+
+def _stop(process, mount_point):
+    process.terminate()
+    with contextlib.suppress(subprocess.TimeoutExpired):
+        process.wait(10)
+    if os.path.ismount(mount_point):
+        subprocess.run(["umount", "--lazy", str(mount_point)], check=False)
+    if process.poll() is None:
+        process.kill()
+        process.wait()
+
+
+@contextlib.contextmanager
+def fault_disk(image, mount_point, *faults):
+    """Mounts faultdisk over the image on a new folder `mount_point`; faults as
+    "badread=17,20-24". Yields a FaultDisk."""
+    mount_point = pathlib.Path(mount_point)
+    mount_point.mkdir()
+    with subprocess.Popen([ostrelscan.helper("faultdisk"), image, mount_point, *faults],
+                          stdin=subprocess.DEVNULL) as process:
+        try:
+            _wait_until(lambda: os.path.ismount(mount_point) or process.poll() is not None)
+            if not os.path.ismount(mount_point):
+                raise OSError(f"faultdisk does not mount (exit status {process.poll()})")
+            yield FaultDisk(mount_point)
+        finally:
+            _stop(process, mount_point)
+
+
+@contextlib.contextmanager
+def fault_loop(image, mount_point, *faults):
+    """As fault_disk, with a loop device over the disk: yields (device path, FaultDisk)."""
+    with fault_disk(image, mount_point, *faults) as disk, loop(disk.disk) as device:
+        yield device, disk
+
+
+def drop_caches(*paths):
+    """Forgets what the kernel holds of these devices and files, so that reads go down again."""
+    for path in paths:
+        with open(path, "rb") as file:
+            os.fsync(file.fileno())
+            os.posix_fadvise(file.fileno(), 0, 0, os.POSIX_FADV_DONTNEED)

@@ -1,0 +1,186 @@
+"""Runs a program under a pseudo-terminal and shows what stands on its screen."""
+
+import copy
+import os
+import time
+
+import pexpect
+import pyte
+
+ALTERNATE_SCREEN = {47, 1047, 1049}
+
+KEYS = {
+    "enter": "\r",
+    "keypad enter": "\x1bOM",
+    "escape": "\x1b",
+    "backspace": "\x7f",
+    "delete": "\x1b[3~",
+    "insert": "\x1b[2~",
+    "up": "\x1bOA",
+    "down": "\x1bOB",
+    "right": "\x1bOC",
+    "left": "\x1bOD",
+    "home": "\x1bOH",
+    "end": "\x1bOF",
+    "page up": "\x1b[5~",
+    "page down": "\x1b[6~",
+    "f1": "\x1bOP",
+}
+
+
+class Picture:
+    """A screen at one moment: its rows at full width and each cell with its attributes."""
+
+    def __init__(self, screen):
+        self.rows = list(screen.display)
+        self.cursor = (screen.cursor.y, screen.cursor.x)
+        self._cells = copy.deepcopy(screen.buffer)
+
+    @property
+    def text(self):
+        return "\n".join(row.rstrip() for row in self.rows)
+
+    def cell(self, row, column):
+        """The character with its `fg`, `bg` and `bold`, as pyte names them."""
+        return self._cells[row][column]
+
+
+class _Stream(pyte.ByteStream):
+    """The sequences of pyte and, beside them, "repeat the last character"."""
+
+    csi = {**pyte.ByteStream.csi, "b": "repeat_character"}
+    events = pyte.ByteStream.events | {"repeat_character"}
+
+
+class _Screen(pyte.Screen):
+    """A pyte screen with an alternate buffer; what is left behind there is kept."""
+
+    def __init__(self, columns, rows):
+        self.left = []
+        self.bells = 0
+        self._main = None
+        self._last_drawn = " "
+        super().__init__(columns, rows)
+
+    def bell(self, *_):
+        self.bells += 1
+
+    def draw(self, data):
+        self._last_drawn = data[-1:] or self._last_drawn
+        super().draw(data)
+
+    def repeat_character(self, count=1):
+        self.draw(self._last_drawn * max(count, 1))
+
+    def set_mode(self, *modes, **kwargs):
+        if kwargs.get("private") and ALTERNATE_SCREEN & set(modes) and self._main is None:
+            self._main = (copy.deepcopy(self.buffer), copy.copy(self.cursor))
+            self.erase_in_display(2)
+        super().set_mode(*modes, **kwargs)
+
+    def reset_mode(self, *modes, **kwargs):
+        if kwargs.get("private") and ALTERNATE_SCREEN & set(modes) and self._main is not None:
+            self.left.append(Picture(self))
+            buffer, self.cursor = self._main
+            self.buffer.clear()
+            self.buffer.update(buffer)
+            self._main = None
+        super().reset_mode(*modes, **kwargs)
+
+
+class Terminal:
+    """A program with a terminal of its own; a context manager that ends the program."""
+
+    def __init__(self, argv, *, rows=25, columns=80, term="xterm-256color", env=None, cwd=None):
+        """`term` None leaves TERM unset; `env` adds to the environment of the tests."""
+        full = {**os.environ, "TERM": term, **(env or {})}
+        full = {name: value for name, value in full.items() if value is not None}
+        for size in ("LINES", "COLUMNS"):
+            full.pop(size, None)
+        self.output = b""
+        self.status = None
+        self._screen = _Screen(columns, rows)
+        self._stream = _Stream(self._screen)
+        argv = [os.fspath(arg) for arg in argv]
+        self.child = pexpect.spawn(
+            argv[0], argv[1:], dimensions=(rows, columns), env=full, cwd=cwd, echo=False)
+        self.child.delaybeforesend = None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.child.close(force=True)
+
+    def pump(self, seconds=0.0):
+        """Takes in what the program writes for `seconds`; False at the end of its output."""
+        until = time.monotonic() + seconds
+        while not self.child.closed:
+            left = max(until - time.monotonic(), 0)
+            try:
+                data = self.child.read_nonblocking(65536, timeout=min(left, 0.05))
+            except pexpect.TIMEOUT:
+                if left == 0:
+                    return True
+                continue
+            except pexpect.EOF:
+                return False
+            self.output += data
+            self._stream.feed(data)
+            if left == 0:
+                return True
+        return False
+
+    def now(self):
+        self.pump()
+        return Picture(self._screen)
+
+    def rows(self):
+        return self.now().rows
+
+    def cell(self, row, column):
+        return self.now().cell(row, column)
+
+    @property
+    def bells(self):
+        self.pump()
+        return self._screen.bells
+
+    def last_full(self):
+        """The last picture before the program left the alternate screen; without such a screen
+        (or before the program has left it) what stands on the terminal."""
+        now = self.now()
+        return self._screen.left[-1] if self._screen.left else now
+
+    def wait_for(self, wanted, timeout=10.0):
+        """Waits for a text, or for a picture that the function `wanted` accepts; returns it."""
+        accepts = wanted if callable(wanted) else lambda picture: wanted in picture.text
+        until = time.monotonic() + timeout
+        while True:
+            alive = self.pump(0.02)
+            picture = Picture(self._screen)
+            if accepts(picture):
+                return picture
+            if not alive or time.monotonic() > until:
+                why = "timeout" if alive else "end of output"
+                raise AssertionError(f"{why}, waiting for {wanted!r}; on screen:\n{picture.text}")
+
+    def send(self, text):
+        self.child.send(text)
+
+    def key(self, name):
+        self.send(KEYS[name])
+
+    def resize(self, rows, columns):
+        self._screen.resize(rows, columns)
+        self.child.setwinsize(rows, columns)
+
+    def wait_exit(self, timeout=10.0):
+        """Waits for the program's end; returns its exit status, or minus the signal's number."""
+        if self.pump(timeout):
+            raise AssertionError(f"still running; on screen:\n{self.now().text}")
+        self.child.wait()
+        self.child.close()
+        ended = self.child.exitstatus
+        self.status = ended if ended is not None else -self.child.signalstatus
+        return self.status

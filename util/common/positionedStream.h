@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include "util/common/fileDescriptor.h"
+
+/// A stdio stream whose position is known, so that it seeks only when the wanted offset differs: a
+/// seek is a system call even inside the buffer. After a failed or short call the position counts
+/// as unknown. The stream is closed with its owner; `Close` is for the caller who wants the result.
+/// Used by one thread at a time.
+class PositionedStream {
+  public:
+    /// Opens `path` as fopen does, with a buffer of its own of `bufferSize` bytes (0: unbuffered).
+    /// Returns 0 or errno. No stream may be open.
+    int Open(const char* path, const char* mode, std::size_t bufferSize);
+
+    /// Makes a stream of an open file at its start, as `Open` does. Returns 0 or errno.
+    int Adopt(FileDescriptor file, const char* mode, std::size_t bufferSize);
+
+    bool IsOpen() const { return stream_ != nullptr; }
+
+    /// Makes `offset` (bytes from the start) the place of the next read or write. Returns 0 or
+    /// errno.
+    int SeekTo(std::uint64_t offset);
+
+    /// Reads up to `size` bytes; returns how many came. errno and the indicators tell why fewer.
+    std::size_t Read(void* bytes, std::size_t size);
+
+    /// Writes `size` bytes; returns whether all went out.
+    bool Write(const void* bytes, std::size_t size);
+
+    bool HasError() const { return std::ferror(stream_.get()) != 0; }
+    bool AtEnd() const { return std::feof(stream_.get()) != 0; }
+    void ClearIndicators() { std::clearerr(stream_.get()); }
+    int Descriptor() const { return fileno(stream_.get()); }
+
+    /// Hands buffered bytes to the system. Returns 0 or errno.
+    int Flush();
+
+    /// Makes the system store what it was handed. Returns 0 or errno.
+    int Sync();
+
+    /// Closes the stream, which is gone afterwards whatever the result. Returns 0 or errno.
+    int Close();
+
+  private:
+    static constexpr std::uint64_t kUnknown = ~std::uint64_t{0};
+    enum class Direction { None, Read, Write };
+
+    struct StreamCloser {
+        void operator()(std::FILE* stream) const { std::fclose(stream); }
+    };
+
+    int Begin(std::FILE* stream, std::size_t bufferSize);
+
+    /// Between a read and a write of one stream stands a seek, whatever the offset.
+    void Turn(Direction direction);
+
+    std::unique_ptr<char[]> buffer_;  // outlives the stream, which closes first
+    std::unique_ptr<std::FILE, StreamCloser> stream_;
+    std::uint64_t position_ = kUnknown;
+    Direction direction_ = Direction::None;
+};

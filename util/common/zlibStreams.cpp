@@ -1,0 +1,62 @@
+#include "util/common/zlibStreams.h"
+
+#include <stdexcept>
+#include <string>
+
+#include "util/common/log.h"
+
+Deflater::Deflater(int level) {
+    const int result = deflateInit(&stream_, level);
+    if (result != Z_OK) {
+        LogLine() << "deflateInit error: " << std::to_string(result) << '\n';
+        throw std::invalid_argument("deflateInit is not happy");
+    }
+    EmptyOutput();
+}
+
+Deflater::~Deflater() {
+    const int result = deflateEnd(&stream_);
+    if (result != Z_OK) {
+        LogLine() << "deflateEnd error: " << std::to_string(result) << '\n';
+    }
+}
+
+void Deflater::Offer(std::span<const unsigned char> data) {
+    stream_.next_in = const_cast<unsigned char*>(data.data());
+    stream_.avail_in = static_cast<uInt>(data.size());
+}
+
+std::span<unsigned char> Deflater::Output() {
+    return {output_.data(), output_.size() - stream_.avail_out};
+}
+
+void Deflater::EmptyOutput() {
+    stream_.next_out = output_.data();
+    stream_.avail_out = static_cast<uInt>(output_.size());
+}
+
+int Deflater::Reset() {
+    Offer({});
+    EmptyOutput();
+    return deflateReset(&stream_);
+}
+
+Inflater::Inflater() {
+    if (inflateInit(&stream_) != Z_OK) {
+        throw std::runtime_error("inflateInit is not happy");
+    }
+}
+
+Inflater::~Inflater() {
+    inflateEnd(&stream_);
+}
+
+void Inflater::Refilled(std::size_t count) {
+    stream_.next_in = input_.data();
+    stream_.avail_in = static_cast<uInt>(count);
+}
+
+void Inflater::Offer(std::span<unsigned char> room) {
+    stream_.next_out = room.data();
+    stream_.avail_out = static_cast<uInt>(room.size());
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <zlib.h>
+
+#include <array>
+#include <cstddef>
+#include <span>
+
+/// zlib's compressor with the output buffer that stands between it and the file. One stream at a
+/// time; `Reset` begins the next.
+class Deflater {
+  public:
+    /// `level` is zlib's, -1 its default. Throws std::invalid_argument when zlib refuses it.
+    explicit Deflater(int level);
+    ~Deflater();
+    Deflater(const Deflater&) = delete;
+    Deflater& operator=(const Deflater&) = delete;
+
+    /// Makes `data` the input; it must stay valid until it is consumed.
+    void Offer(std::span<const unsigned char> data);
+    bool InputConsumed() const { return stream_.avail_in == 0; }
+
+    /// Runs deflate once; returns zlib's result.
+    int Run(int flush) { return deflate(&stream_, flush); }
+
+    bool OutputFull() const { return stream_.avail_out == 0; }
+    std::span<unsigned char> Output();
+    void EmptyOutput();
+
+    /// Begins a new stream with the input and output of the old one dropped; returns zlib's result.
+    int Reset();
+
+  private:
+    static constexpr std::size_t kOutputSize = 16'384;
+
+    z_stream stream_{};
+    std::array<unsigned char, kOutputSize> output_{};
+};
+
+/// zlib's decompressor with the input buffer that stands between it and the file.
+class Inflater {
+  public:
+    /// Throws std::runtime_error when zlib has no memory for it.
+    Inflater();
+    ~Inflater();
+    Inflater(const Inflater&) = delete;
+    Inflater& operator=(const Inflater&) = delete;
+
+    /// The whole input buffer, to be refilled once no input is pending.
+    std::span<unsigned char> InputBuffer() { return input_; }
+    void Refilled(std::size_t count);
+    bool InputPending() const { return stream_.avail_in != 0; }
+
+    /// Makes `room` the output; it must stay valid while it is filled.
+    void Offer(std::span<unsigned char> room);
+    /// Bytes of the output still to be filled.
+    std::size_t RoomLeft() const { return stream_.avail_out; }
+
+    /// Runs inflate once; returns zlib's result.
+    int Run() { return inflate(&stream_, Z_NO_FLUSH); }
+
+  private:
+    static constexpr std::size_t kInputSize = 16'384;
+
+    z_stream stream_{};
+    std::array<unsigned char, kInputSize> input_{};
+};

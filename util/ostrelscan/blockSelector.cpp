@@ -1,0 +1,119 @@
+#include "util/ostrelscan/blockSelector.h"
+
+#include <memory>
+#include <ostream>
+#include <string>
+#include <utility>
+
+namespace {
+
+/// The rows are built in place, since their counters cannot be copied.
+template <std::size_t... Index>
+std::array<BlockSelect_s, kBlockTypeCount> MakeRows(std::index_sequence<Index...>) {
+    return {{{1, kBlockTypes[Index].name, kBlockTypes[Index].magic, 0}...}};
+}
+
+}  // namespace
+
+BlockSelector::BlockSelector() : rows_(MakeRows(std::make_index_sequence<kBlockTypeCount>())) {}
+
+BlockSelect_s* BlockSelector::BlockSelectGet(unsigned magic) {
+    return BlockSelectGet(magic, magic);
+}
+
+BlockSelect_s* BlockSelector::BlockSelectGet(unsigned magic, bool second) {
+    const unsigned type = second ? FindSecondWordType(magic) : FindFirstWordType(magic);
+    return type != kUserType ? &rows_[type] : nullptr;
+}
+
+BlockSelect_s* BlockSelector::BlockSelectGet(unsigned first, unsigned second) {
+    return &rows_[ClassifyBlock({first, second})];
+}
+
+BlockSelect_s* BlockSelector::BlockSelectGet(const char* block) {
+    return &rows_[ClassifyBlock(ReadBlockWords(block))];
+}
+
+bool BlockSelector::HasSystemBlockMagic(const char* block) {
+    return HasSystemBlockMagicItem(block) != nullptr;
+}
+
+BlockSelect_s* BlockSelector::HasSystemBlockMagicItem(const char* block) {
+    BlockSelect_s* row = BlockSelectGet(block);
+    return row != &rows_[kUserType] ? row : nullptr;
+}
+
+bool BlockSelector::IsUserBlock(unsigned first, unsigned second) {
+    return BlockSelectGet(first, second) == &rows_[kUserType];
+}
+
+unsigned char BlockSelector::IsSelectedBlock(const char* block) {
+    return BlockSelectGet(block)->selected.load(std::memory_order_relaxed);
+}
+
+unsigned char BlockSelector::SelectOn(BlockSelect_s* row) {
+    return row->selected.exchange(1, std::memory_order_relaxed);
+}
+
+unsigned char BlockSelector::SelectOff(BlockSelect_s* row) {
+    return row->selected.exchange(0, std::memory_order_relaxed);
+}
+
+int BlockSelector::SelectOn(unsigned magic) {
+    SelectOn(BlockSelectGet(magic));
+    return 0;
+}
+
+int BlockSelector::SelectOff(unsigned magic) {
+    SelectOff(BlockSelectGet(magic));
+    return 0;
+}
+
+void BlockSelector::SelectAllOn() {
+    SelectAllOff();
+}
+
+void BlockSelector::SelectAllOff() {
+    for (BlockSelect_s& row : rows_) {
+        SelectOff(&row);
+    }
+}
+
+unsigned char BlockSelector::Account(const char* block) {
+    const BlockWords words = ReadBlockWords(block);
+    return Account(words.first, words.second);
+}
+
+unsigned char BlockSelector::Account(unsigned first, unsigned second) {
+    BlockSelect_s* row = BlockSelectGet(first, second);
+    row->count.fetch_add(1, std::memory_order_relaxed);
+    return row->selected.load(std::memory_order_relaxed);
+}
+
+BS_Key* BlockSelector::EnumerateOpen(int start) {
+    return std::make_unique<BS_Key>(start).release();
+}
+
+BlockSelect_s* BlockSelector::Enumerate(BS_Key* key) {
+    if (key->position >= rows_.size()) {
+        return nullptr;
+    }
+    key->last = &rows_[key->position++];
+    return key->last;
+}
+
+void BlockSelector::EnumerateClose(BS_Key* key) {
+    std::unique_ptr<BS_Key>{key}.reset();
+}
+
+void BlockSelector::AccountDisplay(std::ostream& stream) {
+    const std::unique_ptr<BS_Key> key(EnumerateOpen(0));
+    while (const BlockSelect_s* row = Enumerate(key.get())) {
+        const std::uint64_t count = row->count.load(std::memory_order_relaxed);
+        if (count != 0) {
+            const bool selected = row->selected.load(std::memory_order_relaxed) != 0;
+            stream << std::to_string(key->position) << ") " << row->name
+                   << (selected ? " + " : " - ") << std::to_string(count) << std::endl;
+        }
+    }
+}

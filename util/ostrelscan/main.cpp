@@ -1,0 +1,5 @@
+#include "util/ostrelscan/commandLine.h"
+
+int main(int argc, char** argv) {
+    return RunProgram(argc, argv);
+}

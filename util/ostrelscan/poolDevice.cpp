@@ -1,0 +1,153 @@
+#include "util/ostrelscan/poolDevice.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "util/common/scanFileFormat.h"
+
+namespace {
+
+constexpr std::uint64_t kUnknownSize = 12'288;
+
+off64_t ByteOffset(std::uint64_t block) {
+    return static_cast<off64_t>(block << kPoolBlockShift);
+}
+
+/// pread of one block that a signal does not cut short; -1 with errno, or the bytes that came.
+long ReadBlockAt(int descriptor, void* buffer, std::uint64_t block) {
+    ssize_t count = 0;
+    do {
+        count = pread64(descriptor, buffer, kPoolBlockSize, ByteOffset(block));
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+}  // namespace
+
+int PoolDevice::Open(const char* path, const char* mode, std::size_t bufferSize) {
+    stretchStart_ = stretchEnd_ = 0;
+    direct_ = FileDescriptor();
+    directTried_ = false;
+    return stream_.Open(path, mode, bufferSize);
+}
+
+int PoolDevice::OpenForReading(const char* path) {
+    return Open(path, "r", kStretchBlocks << kPoolBlockShift);
+}
+
+int PoolDevice::OpenForWriting(const char* path) {
+    struct stat facts {};
+    // The mode creates what is missing: a mistyped device must not become a file.
+    return stat(path, &facts) == 0 ? Open(path, "w+", 0) : errno;
+}
+
+bool PoolDevice::InFailedStretch(std::uint64_t block) const {
+    return block >= stretchStart_ && block < stretchEnd_;
+}
+
+BlockTransfer PoolDevice::Read(char* buffer, std::uint64_t block) {
+    using enum BlockTransfer::Outcome;
+    if (InFailedStretch(block)) {
+        return ReadAlone(buffer, block);
+    }
+    const int seekError = stream_.SeekTo(block << kPoolBlockShift);
+    if (seekError != 0) {
+        return {SeekFailed, seekError};
+    }
+    if (stream_.Read(buffer, kPoolBlockSize) == kPoolBlockSize) {
+        return {Done};
+    }
+    if (stream_.HasError()) {
+        stream_.ClearIndicators();
+        stretchStart_ = block;
+        stretchEnd_ = (block / kStretchBlocks + 1) * kStretchBlocks;
+        return ReadAlone(buffer, block);
+    }
+    return {stream_.AtEnd() ? AtEnd : Short};
+}
+
+BlockTransfer PoolDevice::ReadAlone(char* buffer, std::uint64_t block) {
+    using enum BlockTransfer::Outcome;
+    OpenDirectly();
+    long count = direct_.IsOpen() ? ReadDirectly(buffer, block) : -1;
+    if (!direct_.IsOpen() || (count < 0 && errno == EINVAL)) {
+        count = ReadUncached(buffer, block);
+    }
+    if (count < 0) {
+        return {Failed, errno};
+    }
+    return {count == kPoolBlockSize ? Done : AtEnd};
+}
+
+BlockTransfer PoolDevice::Write(const char* buffer, std::uint64_t block) {
+    using enum BlockTransfer::Outcome;
+    const int seekError = stream_.SeekTo(block << kPoolBlockShift);
+    if (seekError != 0) {
+        return {SeekFailed, seekError};
+    }
+    if (stream_.Write(buffer, kPoolBlockSize)) {
+        return {Done};
+    }
+    const int error = errno;
+    if (stream_.HasError()) {
+        stream_.ClearIndicators();
+        return {Failed, error};
+    }
+    return {stream_.AtEnd() ? AtEnd : Short};
+}
+
+/// Opens what the stream has open, not what the path may name by now.
+void PoolDevice::OpenDirectly() {
+    if (!directTried_) {
+        directTried_ = true;
+        const std::string same = "/proc/self/fd/" + std::to_string(stream_.Descriptor());
+        direct_ = FileDescriptor(open(same.c_str(), O_RDONLY | O_DIRECT | O_CLOEXEC));
+    }
+}
+
+long PoolDevice::ReadDirectly(char* buffer, std::uint64_t block) {
+    alignas(kPoolBlockSize) char aligned[kPoolBlockSize];
+    const long count = ReadBlockAt(direct_.Get(), aligned, block);
+    if (count > 0) {
+        std::memcpy(buffer, aligned, static_cast<std::size_t>(count));
+    }
+    return count;
+}
+
+/// For what cannot be read directly: without read-ahead, and without what the cache made of the
+/// stretch before.
+long PoolDevice::ReadUncached(char* buffer, std::uint64_t block) {
+    const int descriptor = stream_.Descriptor();
+    posix_fadvise64(descriptor, 0, 0, POSIX_FADV_RANDOM);
+    posix_fadvise64(descriptor, ByteOffset(stretchStart_ / kStretchBlocks * kStretchBlocks),
+                    ByteOffset(kStretchBlocks), POSIX_FADV_DONTNEED);
+    const long count = ReadBlockAt(descriptor, buffer, block);
+    const int error = errno;
+    posix_fadvise64(descriptor, 0, 0, POSIX_FADV_NORMAL);
+    errno = error;
+    return count;
+}
+
+int PoolDevice::Close() {
+    direct_ = FileDescriptor();
+    return stream_.Close();
+}
+
+std::uint64_t PoolDevice::MeasureBlocks(const char* path) {
+    const FileDescriptor device(open(path, O_RDONLY | O_CLOEXEC));
+    if (!device.IsOpen()) {
+        return 2;
+    }
+    std::uint64_t size = 0;
+    if (ioctl(device.Get(), BLKGETSIZE64, &size) != 0) {
+        size = kUnknownSize;
+    }
+    return size >= kPoolBlockSize ? size >> kPoolBlockShift : 1;
+}

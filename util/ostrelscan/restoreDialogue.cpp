@@ -1,0 +1,154 @@
+#include <strings.h>
+
+#include <stdexcept>
+
+#include "util/common/clock.h"
+#include "util/common/errors.h"
+#include "util/common/log.h"
+#include "util/common/zsbFile.h"
+#include "util/ostrelscan/blockSelector.h"
+#include "util/ostrelscan/scanEngine.h"
+#include "util/ostrelscan/scanUI.h"
+#include "util/ostrelscan/screenInterface.h"
+#include "util/ostrelscan/screenLayout.h"
+
+namespace {
+
+/// The scan-file reader's mode for any .ZRB file.
+constexpr int kAnyZRB = 6;
+constexpr const char* kConsentQuestion = "Do you wish to restore the pool? ";
+
+/// Reads the set at `path`, whatever pool it is of. Throws as the reader does.
+std::unique_ptr<ZSBFile> MakeReader(const char* path) {
+    return std::make_unique<ZSBFile>(path, nullptr, false, nullptr, false, 0, 0, -1,
+                                     kScanFileSizeLimit);
+}
+
+}  // namespace
+
+unsigned UserInterface::RunRestore(const char* path, const char* device, const char* poolName,
+                                   bool allBlocks, bool bypass, bool validate) {
+    RestoreOptions options(device, poolName, path);
+    if (!RESTORE_Validate_Operation(options)) {
+        return zERR_BAD_PARAMETER_VALUE;
+    }
+    DisplayHeaderRestore(poolName, path);
+    LogLine() << options << '\n';
+    BlockSelector selector;
+    if (!allBlocks) {
+        selector.SelectOff(kBlockTypes[kUserType].magic);
+    }
+    // Blocks of this type are never written back, even where all others are.
+    selector.SelectOff(kMagicMSAP);
+    DisplayCounts(&selector);
+    ScanEngine engine(bypass, validate);
+    const int startStatus = engine.RunRestore(selector, options);
+    if (startStatus != 0) {
+        FatalError(startStatus, "Could not start the restore thread",
+                   "util/ostrelscan/scanUI[689]");
+        return static_cast<unsigned>(startStatus);
+    }
+    RestoreThenReport(engine, selector);
+    return static_cast<unsigned>(engine.Result());
+}
+
+void UserInterface::RestoreThenReport(ScanEngine& engine, BlockSelector& selector) {
+    while (!engine.Finished()) {
+        DisplayRestoreState(engine, selector);
+        Ostrel::LB_delay(kPollMilliseconds);
+    }
+    DisplayRestoreState(engine, selector);
+    LogHistory(engine);
+    if (engine.Result() != 0) {
+        ReportFailure(engine, "util/ostrelscan/scanUI[727]");
+    }
+    LetUserView();
+}
+
+void UserInterface::DisplayRestoreState(ScanEngine& engine, BlockSelector& selector) {
+    DisplayCounts(&selector);
+    DisplaySFL(engine.History(), kModeRestore);
+}
+
+void UserInterface::DisplayHeaderRestore(const char* poolName, const char* path) {
+    screen_->PositionOutputCursor(0, 1);
+    screen_->OutputToScreenWithAttribute(kLookHeader, "Restoring to pool %s from \"%s\".", poolName,
+                                         path);
+}
+
+bool UserInterface::AskToRestore() {
+    const bool agreed = screen_->PromptForYesOrNo(false, kConsentQuestion, true);
+    screen_->ClearScreen();
+    return agreed;
+}
+
+bool UserInterface::RESTORE_Validate_Operation(const RestoreOptions& options) {
+    screen_->ClearScreen();
+    if (automatic_) {
+        return RESTORE_Validate_File(options);
+    }
+    screen_->PositionOutputCursor(kConsentRow, 0);
+    screen_->OutputToScreenWithAttribute(
+        kLookSelected, "The scan files located at %s will be restored onto pool %s.\n",
+        options.path, options.poolName);
+    for (const char* warning :
+         {"  WARNING: Restoring causes the current contents of the pool to be lost.\n",
+          "  WARNING: Restoring incorrect scan files will cause data loss.\n",
+          "  WARNING: Restoring scan files to a pool that has been used since the original scan "
+          "will cause data loss.\n"}) {
+        screen_->OutputToScreenWithAttribute(kLookWarning, "%s", warning);
+    }
+    screen_->PositionOutputCursor(kParkedRow, 0);
+    return AskToRestore() && RESTORE_Validate_File(options);
+}
+
+bool UserInterface::ReadPoolName(const char* path, std::string* poolName) {
+    std::unique_ptr<ZSBFile> file;
+    try {
+        file = MakeReader(path);
+    } catch (const std::exception& failure) {
+        LogLine() << "Exception while attempting to open a ZSBFile Object:  " << failure.what()
+                  << '\n';
+        FatalError(zERR_GENERIC_OSTREL_ERROR, "Could not open ZRB file",
+                   "util/ostrelscan/scanUI[557]");
+        return false;
+    }
+    const int openStatus = file->OpenNext(kAnyZRB);
+    if (openStatus != 0) {
+        LogLine() << "Could not open ZRB file:  " << openStatus << '\n';
+        FatalError(zERR_UNABLE_TO_OPEN_BEAST, "Could not open ZRB file",
+                   "util/ostrelscan/scanUI[565]");
+        return false;
+    }
+    char stored[128];
+    file->SFHGet_PoolName(stored, sizeof stored);
+    *poolName = stored;
+    const int closeStatus = file->OpenNextClose();
+    if (closeStatus != 0) {
+        LogLine() << "Could not close ZRB file:  " << closeStatus << '\n';
+        FatalError(zERR_GENERIC_OSTREL_ERROR, "Could not close ZRB file",
+                   "util/ostrelscan/scanUI[575]");
+        return false;
+    }
+    return true;
+}
+
+bool UserInterface::RESTORE_Validate_File(const RestoreOptions& options) {
+    std::string stored;
+    if (!ReadPoolName(options.path, &stored)) {
+        return false;
+    }
+    if (automatic_ || strcasecmp(stored.c_str(), options.poolName) == 0) {
+        return true;
+    }
+    screen_->ClearScreen();
+    screen_->PositionOutputCursor(kConsentRow, 0);
+    screen_->OutputToScreenWithAttribute(
+        kLookFatal,
+        "The scan files at %s are for a pool called %s.\n"
+        "You have asked them to be restored to a pool called %s.\n",
+        options.path, stored.c_str(), options.poolName);
+    screen_->OutputToScreenWithAttribute(
+        kLookWarning, " WARNING: Restoring incorrect scan files will cause data loss.\n");
+    return AskToRestore();
+}

@@ -1,0 +1,195 @@
+#include <cstring>
+#include <stdexcept>
+
+#include "util/common/errors.h"
+#include "util/common/hexDump.h"
+#include "util/common/log.h"
+#include "util/common/poolLock.h"
+#include "util/common/pvKey.h"
+#include "util/common/zsbFile.h"
+#include "util/ostrelscan/blockSelector.h"
+#include "util/ostrelscan/scanEngine.h"
+
+namespace {
+
+constexpr const char* kStateFailure = "Pool state issue:  ";
+constexpr const char* kEngineSource = "util/ostrelscan/scanEngine";
+
+/// The scan-file reader's mode for any .ZRB file.
+constexpr int kAnyZRB = 6;
+
+std::unique_ptr<ZSBFile> MakeReader(const RestoreOptions& options) {
+    const std::string poolName = options.poolName;
+    return std::make_unique<ZSBFile>(options.path, &poolName, false, nullptr, false, 0, 0, -1,
+                                     kScanFileSizeLimit);
+}
+
+/// Closing steps say errno as it is, unlike block transfers: support staff know them so.
+int FirstFailure(int status, const char* what, int error) {
+    if (error == 0) {
+        return status;
+    }
+    LogLine() << what << std::to_string(error) << '\n';
+    return status != 0 ? status : error;
+}
+
+}  // namespace
+
+int ScanEngine::RunRestoreMain() {
+    LogLine() << "In RunRestoreMain(start)\n";
+    if (OpenDeviceForRestore() != 0) {
+        return 1;
+    }
+    LogLine() << "util/ostrelscan/scanEngine[738]\n";
+    const char* prefix = kStateFailure;
+    try {
+        HoldPool(restoreOptions_->poolName);
+        prefix = kSuperblockFailure;
+        CheckSuperblockForRestore();
+    } catch (const std::exception& failure) {
+        return FailUnprepared(std::string(prefix) + failure.what(),
+                              "util/ostrelscan/scanEngine[774]", "util/ostrelscan/scanEngine[793]");
+    }
+    std::unique_ptr<ZSBFile> reader;
+    try {
+        reader = MakeReader(*restoreOptions_);
+    } catch (const std::exception& failure) {
+        const std::string message = std::string(kFileObjectFailure) + failure.what() + "\n";
+        LogLine() << message;
+        ReleasePool();
+        return Fail(1, message, "util/ostrelscan/scanEngine[811]");
+    }
+    int status = RunRestoreAll(*reader);
+    reader.reset();
+    ReleasePool();
+    status = StoreDevice(status);
+    LogLine() << "In RunRestoreMain(exit)\n";
+    return status == 0
+               ? 0
+               : Fail(status, "Could not restore complete pool - " + std::to_string(status) + "\n",
+                      "util/ostrelscan/scanEngine[873]");
+}
+
+int ScanEngine::OpenDeviceForRestore() {
+    const int error = device_.OpenForWriting(restoreOptions_->deviceName);
+    return error == 0 ? 0
+                      : FailToOpen(restoreOptions_->deviceName, "write", error,
+                                   "util/ostrelscan/scanEngine[728]");
+}
+
+void ScanEngine::CheckSuperblockForRestore() {
+    if (!validate_) {
+        return;
+    }
+    const int status = ValidateSBHSimple();
+    if (status != 0) {
+        LogLine() << "Validation status - " << std::to_string(status) << '\n';
+        throw std::runtime_error(kBadSuperblock);
+    }
+}
+
+/// Whatever was written reaches the device, also when the restore failed on the way.
+int ScanEngine::StoreDevice(int status) {
+    status = FirstFailure(status, "Unable to flush data to device - ", device_.Flush());
+    status = FirstFailure(status, "Unable to sync data to device - ", device_.Sync());
+    return FirstFailure(status, "Unable to close device - ", device_.Close());
+}
+
+int ScanEngine::RunRestoreAll(ZSBFile& file) {
+    bool last = false;
+    int status = 0;
+    while (status == 0 && !last) {
+        status = RestoreOneFile(file, &last);
+    }
+    return status;
+}
+
+int ScanEngine::RestoreOneFile(ZSBFile& file, bool* last) {
+    const int openStatus = file.OpenNext(kAnyZRB);
+    history_.LogTrackOpen(file, openStatus);
+    if (openStatus != 0) {
+        return openStatus;
+    }
+    history_.LogTrackUpdateBlockCounts(0, file.BlocksInFileGet());
+    *last = file.LastFile() != 0;
+    const int restoreStatus = RunRestoreRestoreSingleZSBFile(file);
+    const int closeStatus = file.OpenNextClose();
+    if (closeStatus != 0) {
+        history_.LogTrackUpdate(closeStatus);
+        return closeStatus;
+    }
+    return EndFile(restoreStatus, StopRequested(), StateChangeRequested());
+}
+
+int ScanEngine::RunRestoreRestoreSingleZSBFile(ZSBFile& file) {
+    for (;;) {
+        const int readStatus = file.QuadAndBlockRead(&record_, nullptr);
+        if (readStatus == zERR_END_OF_FILE) {
+            LogLine() << "util/ostrelscan/scanEngine[1041]ZRB EOF found\n";
+            return 0;
+        }
+        if (readStatus != 0) {
+            return readStatus;
+        }
+        history_.LogTrackUpdateBlockCounts(1, 0);
+        if (selector_->Account(record_.block) == 0) {
+            continue;
+        }
+        const int status = WritePoolBlk(record_.block, record_.blockNumber);
+        if (status != 0) {
+            LogLine() << "util/ostrelscan/scanEngine[1058] Write error to device during restore"
+                      << std::to_string(status) << '\n';
+            return status;
+        }
+    }
+}
+
+int ScanEngine::WritePoolBlk(const char* buf, unsigned long long block) {
+    const BlockTransfer transfer = device_.Write(buf, block);
+    int status = SystemErrorStatus(transfer.systemError);
+    unsigned line = 0;
+    switch (transfer.outcome) {
+        case BlockTransfer::Outcome::Done:
+            return 0;
+        case BlockTransfer::Outcome::SeekFailed:
+            LogLine() << "util/ostrelscan/scanEngine[1438] Seek error on device during restore - "
+                      << transfer.systemError
+                      << "\nutil/ostrelscan/scanEngine[1439]  Seek was to block - " << block
+                      << '\n';
+            line = 1441;
+            break;
+        case BlockTransfer::Outcome::Failed:
+            LogLine() << "util/ostrelscan/scanEngine[1452] Write error to device during restore"
+                      << transfer.systemError
+                      << "\nutil/ostrelscan/scanEngine[1453]  Write was to block - " << block
+                      << '\n';
+            line = 1454;
+            break;
+        case BlockTransfer::Outcome::AtEnd:
+            status = zERR_END_OF_FILE;
+            line = 1462;
+            break;
+        case BlockTransfer::Outcome::Short:
+            status = zSHORT_DEVICE_WRITE;
+            line = 1467;
+            break;
+    }
+    TrackWriteErrorStats(kEngineSource, line, status, block);
+    return status;
+}
+
+int ScanEngine::ComparePoolBlk(const char* buf, unsigned long long block) {
+    char onDevice[kPoolBlockSize];
+    const int status = ReadAndExaminePoolBlk(onDevice, block);
+    if (status != 0) {
+        return status;
+    }
+    if (std::memcmp(buf, onDevice, kPoolBlockSize) != 0) {
+        LogLine() << "Block mismatch at " << block << '\n';
+        TrackReadErrorStats(kEngineSource, 1507, zERR_SUPERBLOCK_MISMATCH, block);
+    } else if (block <= 1) {
+        LogLine() << "Block0 Block0 Actual block is " << block << '\n';
+        ZED_HexDump(onDevice, kPoolBlockSize, 1);
+    }
+    return 0;
+}

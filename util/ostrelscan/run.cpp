@@ -1,0 +1,108 @@
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include "util/common/clock.h"
+#include "util/common/errors.h"
+#include "util/common/log.h"
+#include "util/ostrelscan/commandLine.h"
+#include "util/ostrelscan/programName.h"
+#include "util/ostrelscan/scanUI.h"
+
+namespace {
+
+constexpr const char* kLogName = "ostrelscan.log";
+
+/// Whether the log can be written; it is tried before anything is redirected to it.
+bool ProbeLog() {
+    std::FILE* log = std::fopen(kLogName, "a");
+    return log != nullptr && std::fclose(log) == 0;
+}
+
+bool OpenLog(std::ofstream& log) {
+    if (!ProbeLog()) {
+        std::perror("  Log file error");
+        std::cout << std::endl;
+        return false;
+    }
+    log.open(kLogName, std::ios::app);
+    if (!log.is_open()) {
+        std::cout << "Unable to open error log file.\n" << std::endl;
+        return false;
+    }
+    return true;
+}
+
+void LogHeader(int argc, char** argv) {
+    LogLine() << "<ostrelscan>\n"
+              << kProgramName << " - KUVO Pool Scanner\n"
+              << "  Version: " << kProgramVersion << '\n'
+              << "  Build: " << __DATE__ << " at " << __TIME__ << '\n';
+    LogLine arguments;
+    arguments << "<CommandLine>\n";
+    for (int i = 0; i < argc; ++i) {
+        arguments << " <argv index=\"0x" << i << "\" argv=\"" << argv[i] << "\" />\n";
+    }
+    arguments << "</CommandLine>\n";
+}
+
+/// Header, run and footer in the log. A dialogue that could not be created leaves its element open.
+std::optional<unsigned> RunLogged(int argc, char** argv, const RunSettings& settings,
+                                  std::ofstream& log) {
+    const LogRedirection redirection(*log.rdbuf());
+    LogHeader(argc, argv);
+    LogCurrentTime(false);
+    const std::optional<unsigned> status = RunDialogue(settings);
+    if (status) {
+        LogCurrentTime(false);
+        LogLine() << "</ostrelscan>\n";
+    }
+    return status;
+}
+
+}  // namespace
+
+std::optional<unsigned> RunDialogue(const RunSettings& settings) {
+    std::unique_ptr<UserInterface> dialogue;
+    try {
+        dialogue = std::make_unique<UserInterface>(settings.automatic);
+    } catch (const std::exception& failure) {
+        LogLine() << "Exception while attempting to create a UserInterface Object:  "
+                  << failure.what() << "\nutil/ostrelscan/scanUI[1106]\n";
+        return {};
+    }
+    unsigned status = zERR_NOT_SUPPORTED;
+    if (std::strcmp(settings.action, "save") == 0) {
+        status = dialogue->RunDump(settings.path.c_str(), settings.device, settings.poolName,
+                                   settings.allBlocks, settings.compress, settings.bypass,
+                                   settings.validate);
+    } else if (std::strcmp(settings.action, "restore") == 0) {
+        status = dialogue->RunRestore(settings.path.c_str(), settings.device, settings.poolName,
+                                      settings.allBlocks, settings.bypass, settings.validate);
+    }
+    return status;
+}
+
+int RunProgram(int argc, char** argv) {
+    RunSettings settings;
+    if (const std::optional<int> ended = ParseCommandLine(argc, argv, settings)) {
+        return *ended;
+    }
+    std::ofstream log;
+    if (!OpenLog(log)) {
+        return 1;
+    }
+    const std::optional<unsigned> status = RunLogged(argc, argv, settings, log);
+    if (!status) {
+        std::cerr << kProgramName << ": the screen could not be obtained (see " << kLogName
+                  << ").\n";
+        return 1;
+    }
+    if (*status != 0) {
+        std::cout << "\nScan failed (see " << kLogName << " for more details): " << *status
+                  << std::endl;
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,253 @@
+#include "util/ostrelscan/scanEngine.h"
+
+#include <pthread.h>
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+#include "util/common/errors.h"
+#include "util/common/log.h"
+#include "util/common/poolLock.h"
+#include "util/common/pvKey.h"
+#include "util/ostrelscan/blockSelector.h"
+
+namespace {
+
+constexpr unsigned kStateMaintenance = 3;
+constexpr std::uint64_t kSuperblockNumber = 1;
+/// Up to this one, errors are logged in detail and kept as the last one.
+constexpr std::uint64_t kDetailedErrors = 999;
+constexpr const char* kEngineSource = "util/ostrelscan/scanEngine";
+
+struct ReadFailure {
+    int status;
+    unsigned line;
+};
+
+ReadFailure DescribeRead(const BlockTransfer& transfer) {
+    switch (transfer.outcome) {
+        case BlockTransfer::Outcome::Done:
+            return {0, 0};
+        case BlockTransfer::Outcome::SeekFailed:
+            return {SystemErrorStatus(transfer.systemError), 1352};
+        case BlockTransfer::Outcome::Failed:
+            return {SystemErrorStatus(transfer.systemError), 1366};
+        case BlockTransfer::Outcome::AtEnd:
+            return {zERR_END_OF_FILE, 1375};
+        case BlockTransfer::Outcome::Short:
+            break;
+    }
+    return {zSHORT_DEVICE_READ, 1381};
+}
+
+}  // namespace
+
+void TrackedErrors::Track(const char* operation, const char* detail, const TrackedError& error) {
+    const std::uint64_t total = count.load(std::memory_order_relaxed) + 1;
+    count.store(total, std::memory_order_relaxed);
+    LogLine line;
+    line << operation;
+    if (total > kDetailedErrors) {
+        return;
+    }
+    line << detail << error.file << '[' << std::to_string(error.line) << "]  Block - " << std::hex
+         << error.block << " Status - " << error.status << '\n';
+    last = error;
+}
+
+int ScanThread::ST_ThreadId = 0;
+
+ScanThread::ScanThread() : threadId_(ST_ThreadId++) {
+    char title[128] = "";
+    std::snprintf(title, sizeof title, "KUVO Pool Scan %03d", threadId_);
+    title_ = title;
+}
+
+ScanEngine::ScanEngine(bool bypass, bool validate) : bypass_(bypass), validate_(validate) {
+    Ostrel::LB_GUIDGenerate(&runGUID_);
+}
+
+ScanEngine::~ScanEngine() {
+    ReleasePool();
+}
+
+int ScanEngine::RunDump(BlockSelector& selector, DumpOptions& options) {
+    if (running_.exchange(1) != 0) {
+        return zERR_INVALID_STATE;
+    }
+    selector_ = &selector;
+    dumpOptions_ = &options;
+    return StartWorker(RunDumpThread);
+}
+
+int ScanEngine::RunRestore(BlockSelector& selector, RestoreOptions& options) {
+    if (running_.exchange(1) != 0) {
+        return zERR_INVALID_STATE;
+    }
+    selector_ = &selector;
+    restoreOptions_ = &options;
+    return StartWorker(RunRestoreThread);
+}
+
+int ScanEngine::StartWorker(void* (*routine)(void*)) {
+    SetFinished(false);
+    pthread_t thread{};
+    const int error = pthread_create(&thread, nullptr, routine, this);
+    if (error != 0) {
+        running_ = 0;
+    }
+    return error;
+}
+
+void* ScanEngine::RunDumpThread(void* engine) {
+    static_cast<ScanEngine*>(engine)->FinishPass(&ScanEngine::RunDumpMain);
+    return nullptr;
+}
+
+void* ScanEngine::RunRestoreThread(void* engine) {
+    static_cast<ScanEngine*>(engine)->FinishPass(&ScanEngine::RunRestoreMain);
+    return nullptr;
+}
+
+void ScanEngine::FinishPass(int (ScanEngine::*pass)()) {
+    int status = 1;
+    try {
+        status = (this->*pass)();
+    } catch (const std::exception& failure) {
+        ReleasePool();
+        LogLine() << "Exception while running a pass:  " << failure.what() << '\n';
+        status = Fail(1, std::string("Exception while running a pass:  ") + failure.what() + "\n",
+                      "util/ostrelscan/scanEngine[402]");
+    }
+    running_ = 0;
+    result_ = status;
+    // The operator thread may destroy the engine from here on.
+    SetFinished(true);
+}
+
+int ScanEngine::Fail(int status, std::string message, const char* location) {
+    errorMessage_ = std::move(message);
+    errorLocation_ = location;
+    return status;
+}
+
+int ScanEngine::FailToOpen(const char* device, const char* access, int error,
+                           const char* location) {
+    const std::string message = std::string("Unable to open device \"") + device + "\" for " +
+                                access + " access - " + std::strerror(error) + "\n";
+    LogLine() << message;
+    return Fail(1, message, location);
+}
+
+int ScanEngine::FailUnprepared(const std::string& message, const char* logPosition,
+                               const char* location) {
+    LogLine() << message << '\n' << logPosition << '\n';
+    ReleasePool();
+    return Fail(1, message + '\n', location);
+}
+
+void ScanEngine::HoldPool(const char* poolName) {
+    if (bypass_) {
+        return;
+    }
+    poolKey_ = std::make_unique<PoolKey>(poolName);
+    poolLock_ = std::make_unique<PoolLock>(poolKey_.get());
+    const int status = poolLock_->Lock(kStateMaintenance, true);
+    if (status == zERR_POOL_STATE_INCOMPATIBLE) {
+        throw std::runtime_error("Pool is not in MAINTENANCE state");
+    }
+    if (status != 0) {
+        throw std::runtime_error("Unable to ensure pool stays in requested state");
+    }
+}
+
+void ScanEngine::ReleasePool() {
+    poolLock_.reset();
+    poolKey_.reset();
+}
+
+/// What a finished file's status is once a stop or a state change has been asked for; both are
+/// answered here.
+int ScanEngine::EndFile(int status, bool stop, bool stateChange) {
+    if (stop) {
+        ClearStopRequest();
+        status = zERR_USER_ABORTED;
+    } else if (stateChange) {
+        poolLock_->Unlock();
+        status = zERR_VOLUME_STATE_CHANGE_REQUESTED;
+    }
+    history_.LogTrackUpdate(status);
+    return status;
+}
+
+bool ScanEngine::StateChangeRequested() const {
+    return poolLock_ != nullptr && poolLock_->CVSRequired.load(std::memory_order_relaxed);
+}
+
+int ScanEngine::GetStatistics(unsigned long long* current, unsigned long long* done,
+                              unsigned long long* readErrors,
+                              unsigned long long* writeErrors) const {
+    *current = CurrentBlock();
+    *done = blocksDone_.load(std::memory_order_relaxed);
+    if (readErrors != nullptr) {
+        *readErrors = readErrors_.count.load(std::memory_order_relaxed);
+    }
+    if (writeErrors != nullptr) {
+        *writeErrors = writeErrors_.count.load(std::memory_order_relaxed);
+    }
+    return 0;
+}
+
+int ScanEngine::ReadPoolBlk(char* buf, unsigned long long block) {
+    return DescribeRead(device_.Read(buf, block)).status;
+}
+
+int ScanEngine::ReadAndExaminePoolBlk(char* buf, unsigned long long block) {
+    const ReadFailure failure = DescribeRead(device_.Read(buf, block));
+    if (failure.status != 0) {
+        TrackReadErrorStats(kEngineSource, failure.line, failure.status, block);
+        return zERR_NO_FILES_FOUND;
+    }
+    return selector_->Account(buf) != 0 ? 0 : zERR_NO_FILES_FOUND;
+}
+
+void ScanEngine::TrackReadErrorStats(const char* file, unsigned line, int status,
+                                     unsigned long long block) {
+    readErrors_.Track("TrackReadErrorStats\n", "  Read error recorded from ",
+                      {file, line, status, block});
+}
+
+void ScanEngine::TrackWriteErrorStats(const char* file, unsigned line, int status,
+                                      unsigned long long block) {
+    writeErrors_.Track("TrackWriteErrorStats\n", "  Write error recorded from ",
+                       {file, line, status, block});
+}
+
+int ScanEngine::ReadSuperblockMagic(std::uint32_t& magic) {
+    char block[kPoolBlockSize];
+    const int status = ReadPoolBlk(block, kSuperblockNumber);
+    if (status != 0) {
+        return status;
+    }
+    magic = ReadBlockWords(block).first;
+    const bool known = magic == kMagicSuperblock32 || magic == kMagicSuperblock64;
+    return known ? 0 : zERR_SUPERBLOCK_BAD_BLOCK_SIGNATURE;
+}
+
+int ScanEngine::ValidateSBHSimple() {
+    std::uint32_t magic = 0;
+    return ReadSuperblockMagic(magic);
+}
+
+int ScanEngine::ValidateSBHSimple(BlockSelector& selector) {
+    std::uint32_t magic = 0;
+    const int status = ReadSuperblockMagic(magic);
+    if (status == 0) {
+        // Blocks that look like leaves of the other format are no leaves of this pool.
+        selector.SelectOff(magic == kMagicSuperblock32 ? kMagicLeaf64 : kMagicLeaf32);
+    }
+    return status;
+}

@@ -1,0 +1,250 @@
+#include "util/ostrelscan/scanUI.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <stdexcept>
+
+#include "util/common/clock.h"
+#include "util/common/errors.h"
+#include "util/common/log.h"
+#include "util/ostrelscan/blockSelector.h"
+#include "util/ostrelscan/progress.h"
+#include "util/ostrelscan/scanEngine.h"
+#include "util/ostrelscan/screenInterface.h"
+#include "util/ostrelscan/screenLayout.h"
+
+const char* SCAN_ColumnFormat = "%14s + %8Ld\n";
+const char* SCAN_ColumnFormatSkip = "%14s - %8Ld\n";
+
+namespace {
+
+/// The progress display's clock, one for the process.
+std::time_t progressStart = 0;
+std::time_t progressLatest = 0;
+
+/// Whole seconds since the first call. A clock that was set back counts as standing still.
+unsigned ElapsedSeconds() {
+    const std::time_t now = std::time(nullptr);
+    if (progressStart == 0) {
+        progressStart = now;
+    }
+    progressLatest = now;
+    return static_cast<unsigned>(std::max(std::difftime(now, progressStart), 0.0));
+}
+
+/// A resized terminal interrupts the read; that is no key.
+void AwaitCharacter() {
+    while (std::getc(stdin) == EOF && std::ferror(stdin) != 0 && errno == EINTR) {
+        std::clearerr(stdin);
+    }
+}
+
+}  // namespace
+
+UserInterface::UserInterface(bool automatic) : automatic_(automatic) {
+    try {
+        screen_ = std::make_unique<ScreenInterface>();
+    } catch (const std::runtime_error&) {
+        throw std::runtime_error("Could not access SCAN screen via ScreenInterface");
+    }
+}
+
+UserInterface::~UserInterface() {
+    if (screen_ != nullptr) {
+        LogLine() << "deleting the UI_ScreenID object\n";
+    }
+}
+
+unsigned UserInterface::RunDump(const char* path, const char* device, const char* poolName,
+                                bool allBlocks, bool compress, bool bypass, bool validate) {
+    DumpOptions options(0, 0, compress, device, poolName, path, true);
+    LogLine() << options << '\n';
+    DisplayHeaderDump(0, poolName, path, compress);
+    BlockSelector selector;
+    if (!allBlocks) {
+        selector.SelectOff(kBlockTypes[kUserType].magic);
+    }
+    DisplayCounts(&selector);
+    ScanEngine engine(bypass, validate);
+    const int startStatus = engine.RunDump(selector, options);
+    if (startStatus != 0) {
+        FatalError(startStatus, "Could not start the scan thread", "util/ostrelscan/scanUI[449]");
+        return static_cast<unsigned>(startStatus);
+    }
+    WatchDump(engine, selector, options);
+    unsigned long long current = 0;
+    unsigned long long done = 0;
+    engine.GetStatistics(&current, &done, nullptr, nullptr);
+    LogLine() << "UI - " << current << " Dumped  " << done << '\n';
+    LogHistory(engine);
+    if (engine.Result() != 0) {
+        ReportFailure(engine, "util/ostrelscan/scanUI[497]");
+    }
+    LetUserView();
+    LogLine() << "util/ostrelscan/scanUI[506]Status is " << engine.Result() << '\n';
+    return static_cast<unsigned>(engine.Result());
+}
+
+void UserInterface::WatchDump(ScanEngine& engine, BlockSelector& selector,
+                              const DumpOptions& options) {
+    bool measured = false;
+    while (!engine.Finished()) {
+        if (!measured && engine.BlocksInPool() != 0) {
+            measured = true;
+            DisplayHeaderDump(engine.BlocksInPool(), options.poolName, options.path,
+                              options.compress);
+        }
+        DisplayDumpState(engine, selector, false);
+        Ostrel::LB_delay(kPollMilliseconds);
+    }
+    DisplayDumpState(engine, selector, true);
+}
+
+void UserInterface::DisplayDumpState(ScanEngine& engine, BlockSelector& selector, bool final) {
+    unsigned long long current = 0;
+    unsigned long long done = 0;
+    unsigned long long readErrors = 0;
+    unsigned long long writeErrors = 0;
+    engine.GetStatistics(&current, &done, &readErrors, &writeErrors);
+    DisplayCounts(&selector);
+    DisplaySFL(engine.History(), kModeDump);
+    DisplayProgress(engine.LastBlock() - engine.FirstBlock() + 1, current, done, readErrors,
+                    writeErrors, final);
+}
+
+void UserInterface::LogHistory(ScanEngine& engine) {
+    LogLine() << "Done \n";
+    engine.History().DumpScanHistory();
+    LogLine() << "DumpScanHistory Done \n";
+}
+
+void UserInterface::ReportFailure(const ScanEngine& engine, const char* position) {
+    const std::string& message = engine.ErrorMessage();
+    screen_->PositionOutputCursor(kErrorRow, 0);
+    screen_->OutputToScreenWithAttribute(kLookBad, "%s", message.c_str());
+    screen_->PositionOutputCursor(kParkedRow, 0);
+    LogLine() << position << ' ' << message << (message.ends_with('\n') ? "" : "\n");
+}
+
+void UserInterface::DisplayHeaderDump(unsigned long long blocks, const char* poolName,
+                                      const char* path, bool /*compress*/) {
+    screen_->PositionOutputCursor(0, 1);
+    screen_->OutputToScreenWithAttribute(kLookHeader,
+                                         "Scanning %lld blocks on %s.  Storing to \"%s\".",
+                                         static_cast<long long>(blocks), poolName, path);
+}
+
+void UserInterface::DisplayProgress(unsigned long long total, unsigned long long current,
+                                    unsigned long long done, unsigned long long readErrors,
+                                    unsigned long long writeErrors, bool /*final*/) {
+    const unsigned elapsed = ElapsedSeconds();
+    screen_->Redraw();
+    const ProgressFigures figures = ComputeProgress(total, current, done, elapsed);
+    screen_->PositionOutputCursor(kProgressRow, 0);
+    screen_->OutputToScreenWithAttribute(
+        kLookProgress,
+        "Blk %lld(%lld dumped) in %d mins (%lld blks/sec).  \n"
+        " %ld%% done (%ld mins left).  %ld ZSB files will be created.    \r",
+        static_cast<long long>(current), static_cast<long long>(done),
+        static_cast<int>(figures.minutes), static_cast<long long>(figures.rate),
+        static_cast<long>(figures.percent), static_cast<long>(figures.minutesLeft),
+        static_cast<long>(figures.files));
+    DisplayErrorCount("Pool read errors", readErrors, 0);
+    DisplayErrorCount("Pool write errors", writeErrors, readErrors != 0 ? kSecondErrorColumn : 0);
+}
+
+void UserInterface::DisplayErrorCount(const char* what, unsigned long long count, int column) {
+    if (count != 0) {
+        screen_->PositionOutputCursor(kErrorCountRow, column);
+        screen_->OutputToScreenWithAttribute(kLookBad, "%s %lld", what,
+                                             static_cast<long long>(count));
+    }
+}
+
+void UserInterface::GetAbsoluteSBLocation(BlockSelector* selector, int index, int* row,
+                                          int* column) {
+    const int rows = (static_cast<int>(selector->TypeCount()) + kTableColumns - 1) / kTableColumns;
+    const int tableColumn = std::min(index / rows, kTableColumns - 1);
+    *row = kTableRow + index - tableColumn * rows;
+    *column = tableColumn * kTableColumnWidth;
+}
+
+void UserInterface::DisplayCounts(BlockSelector* selector) {
+    const std::unique_ptr<BS_Key> key(selector->EnumerateOpen(0));
+    int index = 0;
+    while (const BlockSelect_s* type = selector->Enumerate(key.get())) {
+        int row = 0;
+        int column = 0;
+        GetAbsoluteSBLocation(selector, index++, &row, &column);
+        screen_->PositionOutputCursor(row, column);
+        const bool selected = type->selected.load(std::memory_order_relaxed) != 0;
+        const auto count = static_cast<long long>(type->count.load(std::memory_order_relaxed));
+        screen_->OutputToScreenWithAttribute(selected ? kLookSelected : kLookBad,
+                                             selected ? SCAN_ColumnFormat : SCAN_ColumnFormatSkip,
+                                             type->name, count);
+    }
+}
+
+void UserInterface::DisplaySFL(ScanFileList& list, int mode) {
+    const std::unique_ptr<SFL_Key> key(list.EnumerateOpen(mode));
+    for (int row = kLastFileRow; row >= kFirstFileRow; --row) {
+        const ScanFileFacts& facts = list.Enumerate(key.get());
+        if (!facts.Valid()) {
+            break;
+        }
+        screen_->PositionOutputCursor(row, 1);
+        DisplaySFF(facts, mode);
+    }
+}
+
+void UserInterface::DisplaySFF(const ScanFileFacts& facts, int mode) {
+    if (!facts.Valid()) {
+        return;
+    }
+    if (mode == kModeDump) {
+        DisplaySFFDump(facts);
+    } else if (mode == kModeRestore) {
+        DisplaySFFRestore(facts);
+    }
+}
+
+void UserInterface::DisplaySFFDump(const ScanFileFacts& facts) {
+    const int status = facts.status.load(std::memory_order_relaxed);
+    DisplayFileState(facts, status == 0 || status == zFILE_BEING_WRITTEN);
+}
+
+void UserInterface::DisplaySFFRestore(const ScanFileFacts& facts) {
+    DisplayFileState(facts, facts.status.load(std::memory_order_relaxed) == 0);
+}
+
+void UserInterface::DisplayFileState(const ScanFileFacts& facts, bool good) {
+    if (good) {
+        screen_->OutputToScreenWithAttribute(
+            kLookProgress, "%s     %llu of %llu            ", facts.name.c_str(),
+            static_cast<unsigned long long>(facts.blocksCurrent.load(std::memory_order_relaxed)),
+            static_cast<unsigned long long>(facts.blocksTotal.load(std::memory_order_relaxed)));
+    } else {
+        screen_->OutputToScreenWithAttribute(kLookBad, "%s     Error(%d)            ",
+                                             facts.name.c_str(),
+                                             facts.status.load(std::memory_order_relaxed));
+    }
+}
+
+void UserInterface::FatalError(int code, const std::string& text, const char* where) {
+    screen_->PositionOutputCursor(kErrorRow, 0);
+    screen_->OutputToScreenWithAttribute(kLookFatal, "%s - %d", text.c_str(), code);
+    screen_->PositionOutputCursor(kParkedRow, 0);
+    LogLine() << "util/ostrelscan/scanUI[532] " << where << ' ' << code << ' ' << text << '\n';
+    LetUserView();
+}
+
+void UserInterface::LetUserView() {
+    if (automatic_) {
+        return;
+    }
+    screen_->PositionOutputCursor(kPauseRow, 0);
+    screen_->OutputToScreenWithAttribute(kLookSelected, "  Press any key to continue....");
+    AwaitCharacter();
+}

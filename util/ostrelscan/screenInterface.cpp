@@ -1,0 +1,331 @@
+#include "util/ostrelscan/screenInterface.h"
+
+#define NCURSES_NOMACROS
+#include <ncurses.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <initializer_list>
+#include <stdexcept>
+
+namespace {
+
+constexpr int kPadRows = 100;
+constexpr int kPadColumns = 320;
+constexpr int kEscape = 27;
+
+/// The characters that answer a question: yes, no, YES, NO.
+const char* answerKeys = "";
+
+struct Look {
+    int pair;      ///< colour pair, switched by a call of its own; 0 for none
+    attr_t extra;  ///< switched after it
+};
+
+/// The numbers differ only in boldness on screen, since all pairs are white on blue; the dialogues
+/// name what they mean by them all the same.
+Look LookOf(int attribute) {
+    switch (attribute) {
+        case 0:
+            return {0, A_INVIS};
+        case 1:
+            return {4, A_BOLD};
+        case 2:
+            return {2, A_NORMAL};
+        case 4:
+        case 12:
+            return {1, A_NORMAL};
+        case 5:
+            return {5, A_BOLD};
+        case 6:
+            return {3, A_NORMAL};
+        case 7:
+            return {0, A_NORMAL};
+        case 10:
+            return {2, A_BOLD};
+        case 13:
+            return {5, A_NORMAL};
+        case 14:
+            return {3, A_BOLD};
+        default:
+            return {4, A_NORMAL};
+    }
+}
+
+template <typename Switch>
+void SwitchAttributes(WINDOW* window, int attribute, Switch* change) {
+    if (!has_colors()) {
+        return;
+    }
+    const Look look = LookOf(attribute);
+    for (const attr_t part : {static_cast<attr_t>(COLOR_PAIR(look.pair)), look.extra}) {
+        if (part != A_NORMAL) {
+            change(window, part, nullptr);
+        }
+    }
+}
+
+/// Asking for the size at every write follows a resized terminal without a signal handler. Without
+/// a size only the top left cell is shown.
+void ShowPad(WINDOW* pad) {
+    int rows = 0;
+    int columns = 0;
+    GetTermSize(&rows, &columns);
+    prefresh(pad, 0, 0, 0, 0, std::max(rows - 1, 0), std::max(columns - 1, 0));
+}
+
+int KindOf(int key) {
+    if (key >= KEY_F(0) && key <= KEY_F(63)) {
+        return ScreenInterface::kKeyFunction;
+    }
+    switch (key) {
+        case KEY_ENTER:
+        case '\n':
+        case '\r':
+            return ScreenInterface::kKeyEnter;
+        case kEscape:
+        case ERR:  // nobody can answer any more
+            return ScreenInterface::kKeyEscape;
+        case KEY_BACKSPACE:
+            return ScreenInterface::kKeyBackspace;
+        case KEY_DC:
+            return ScreenInterface::kKeyDelete;
+        case KEY_IC:
+            return ScreenInterface::kKeyInsert;
+        case KEY_UP:
+            return ScreenInterface::kKeyUp;
+        case KEY_DOWN:
+            return ScreenInterface::kKeyDown;
+        case KEY_RIGHT:
+            return ScreenInterface::kKeyRight;
+        case KEY_LEFT:
+            return ScreenInterface::kKeyLeft;
+        case KEY_HOME:
+            return ScreenInterface::kKeyHome;
+        case KEY_END:
+            return ScreenInterface::kKeyEnd;
+        case KEY_PPAGE:
+            return ScreenInterface::kKeyPageUp;
+        case KEY_NPAGE:
+            return ScreenInterface::kKeyPageDown;
+        default:
+            return ScreenInterface::kKeyCharacter;
+    }
+}
+
+void Store(int* out, int value) {
+    if (out != nullptr) {
+        *out = value;
+    }
+}
+
+enum class Answer { None, Yes, No, Default, Cancel };
+
+Answer AnswerOf(int kind, int character) {
+    if (kind == ScreenInterface::kKeyEnter) {
+        return Answer::Default;
+    }
+    if (kind == ScreenInterface::kKeyEscape) {
+        return Answer::Cancel;
+    }
+    if (kind != ScreenInterface::kKeyCharacter) {
+        return Answer::None;
+    }
+    if (character == answerKeys[0] || character == answerKeys[2]) {
+        return Answer::Yes;
+    }
+    return character == answerKeys[1] || character == answerKeys[3] ? Answer::No : Answer::None;
+}
+
+/// The default's key stands under the cursor.
+void ShowDefault(WINDOW* window, bool yes) {
+    const int row = getcury(window);
+    const int column = getcurx(window);
+    OutputToScreen(window, "%c", yes ? answerKeys[0] : answerKeys[1]);
+    wmove(window, row, column);
+}
+
+void ShowAnswer(WINDOW* window, bool yes) {
+    OutputToScreen(window, "%c\r\n", yes ? answerKeys[0] : answerKeys[1]);
+}
+
+}  // namespace
+
+int GetTermSize(int* rows, int* columns) {
+    winsize size{};
+    if (ioctl(STDIN_FILENO, TIOCGWINSZ, &size) != 0) {
+        return -1;
+    }
+    *rows = size.ws_row;
+    *columns = size.ws_col;
+    return 0;
+}
+
+void OutputToScreen(WINDOW* window, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    OutputToScreenWithPointer(window, format, arguments);
+    va_end(arguments);
+}
+
+void OutputToScreenWithPointer(WINDOW* window, const char* format, va_list arguments) {
+    vw_printw(window, format, arguments);
+    ShowPad(window);
+}
+
+// newterm is initscr without its habit of ending the process where there is no terminal.
+ScreenInterface::ScreenInterface() : screen_(newterm(nullptr, stdout, stdin)) {
+    if (screen_ == nullptr) {
+        throw std::runtime_error("The terminal is unknown");
+    }
+    def_prog_mode();
+    pad_ = newpad(kPadRows, kPadColumns);
+    libc_colors();
+    curs_set(0);
+    noecho();
+    cbreak();
+    keypad(pad_, TRUE);
+    Redraw();
+}
+
+ScreenInterface::~ScreenInterface() {
+    endwin();
+    delwin(pad_);
+    delscreen(screen_);
+}
+
+void ScreenInterface::libc_colors() {
+    if (!has_colors()) {
+        return;
+    }
+    start_color();
+    for (const short pair : std::initializer_list<short>{0, 2, 1, 6, 7, 5, 4, 3}) {
+        init_pair(pair, COLOR_WHITE, COLOR_BLUE);
+    }
+}
+
+void ScreenInterface::libc_color_set(int attribute) {
+    SwitchAttributes(pad_, attribute, wattr_on);
+}
+
+void ScreenInterface::libc_color_reset(int attribute) {
+    SwitchAttributes(pad_, attribute, wattr_off);
+}
+
+void ScreenInterface::ClearScreen() {
+    werase(pad_);
+}
+
+void ScreenInterface::ClearLine() {
+    wmove(pad_, getcury(pad_), 0);
+    wclrtoeol(pad_);
+}
+
+void ScreenInterface::PositionOutputCursor(int row, int column) {
+    wmove(pad_, row, column);
+}
+
+void ScreenInterface::GetOutputCursor(int& row, int& column) const {
+    row = getcury(pad_);
+    column = getcurx(pad_);
+}
+
+void ScreenInterface::OutputToScreenWithAttribute(int attribute, const char* format, ...) {
+    libc_color_set(attribute);
+    va_list arguments;
+    va_start(arguments, format);
+    vw_printw(pad_, format, arguments);
+    va_end(arguments);
+    libc_color_reset(attribute);
+    ShowPad(pad_);
+}
+
+void ScreenInterface::Redraw() {
+    int rows = 0;
+    int columns = 0;
+    GetTermSize(&rows, &columns);
+    resizeterm(rows, columns);
+    // resizeterm leaves a resize key to be read, but none where it was refused a size: that read
+    // must not wait for a key that nobody will press.
+    nodelay(pad_, TRUE);
+    wgetch(pad_);
+    nodelay(pad_, FALSE);
+    clear();
+    wtouchln(pad_, 0, getmaxy(pad_), 1);
+    wbkgd(pad_, static_cast<chtype>(COLOR_PAIR(4)));
+    ShowPad(pad_);
+}
+
+void ScreenInterface::EatAllTypeAhead() {
+    nodelay(pad_, TRUE);
+    while (wgetch(pad_) != ERR) {
+    }
+    nodelay(pad_, FALSE);
+}
+
+void ScreenInterface::GetKey(WINDOW* window, int* kind, int* character, int* x, int* y,
+                             unsigned long /*wait*/) {
+    if (window == nullptr) {
+        return;
+    }
+    int key = wgetch(window);
+    while (key == KEY_RESIZE) {
+        Redraw();
+        key = wgetch(window);
+    }
+    Store(x, 0);
+    Store(y, 0);
+    Store(kind, KindOf(key));
+    Store(character, key & 0xFF);
+}
+
+int ScreenInterface::GetAKey() {
+    int character = 0;
+    GetKey(pad_, nullptr, &character, nullptr, nullptr, 0);
+    return character;
+}
+
+int ScreenInterface::PromptForYesOrNo2(WINDOW* window, unsigned long wait, unsigned long flags,
+                                       const char* format, ...) {
+    if (window == nullptr) {
+        return 0;
+    }
+    if (*answerKeys == '\0') {
+        answerKeys = "ynYN";
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    OutputToScreenWithPointer(window, format, arguments);
+    va_end(arguments);
+    const bool defaultYes = (flags & 1) != 0;
+    ShowDefault(window, defaultYes);
+    Answer answer = Answer::None;
+    for (;;) {
+        int kind = kKeyCharacter;
+        int character = 0;
+        GetKey(window, &kind, &character, nullptr, nullptr, wait);
+        answer = AnswerOf(kind, character);
+        if (answer != Answer::None) {
+            break;
+        }
+        beep();
+    }
+    if (answer == Answer::Cancel && (flags & ~1UL) != 0) {
+        ShowAnswer(window, true);
+        return -1;
+    }
+    const bool yes = answer == Answer::Yes || (answer != Answer::No && defaultYes);
+    ShowAnswer(window, yes);
+    return yes ? 1 : 0;
+}
+
+bool ScreenInterface::PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter) {
+    EatAllTypeAhead();
+    const int answer = PromptForYesOrNo2(pad_, 1, defaultYes ? 1 : 0, "%s", prompt);
+    if (clearAfter) {
+        ClearLine();
+    }
+    return answer != 0;
+}
