@@ -154,11 +154,6 @@ class VFSManageCmd : public OstrelVirtualFileServices {
     std::string ReadReply(std::size_t chunkSize);
     void Trace(const char* position, const std::string& reply) const;
 
-    struct StatusElement;
-    std::int32_t DetailsValue(const std::string& details, const char* entryPath,
-                              const StatusElement& element) const;
-    std::int32_t JobStatus(std::uint64_t userKey, bool rebuild, const StatusElement& element,
-                           std::int32_t* setter);
     std::uint64_t StartJob(const std::string& request);
     std::string JobDetails(std::uint64_t userKey, std::uint32_t action, bool multiple);
 
