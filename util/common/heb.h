@@ -117,7 +117,9 @@ class HEBConsumer {
     HEBConsumer& operator=(const HEBConsumer&) = delete;
 
     /// Destroys the consumer if the bus never knew it. One that was ever registered is kept for the
-    /// process's life, since the bus may deliver an event late; it answers those as early ones.
+    /// process's life, since the bus may deliver an event late; it answers those as early ones. A
+    /// handler that was released is given the time to answer, so that the service hears of it even
+    /// when the process ends now; a bus that is stuck is not waited for.
     static void Retire(std::unique_ptr<HEBConsumer> consumer);
 
     const std::string& Name() const { return name_; }
@@ -230,6 +232,8 @@ class HEBConsumer {
                  HEBCallback callback);
     int Unregister(HEBFamily family);
     std::uint32_t Handle(HEBFamily family, EventBlock* event);
+    std::uint32_t Answer(HEBFamily family, EventBlock* event);
+    void AwaitHandlers() const;
     static std::uint32_t HandleChange(const HEBFamilyFacts& facts, const Registration& registration,
                                       EventBlock* event);
 
@@ -237,4 +241,5 @@ class HEBConsumer {
     HaldenEventBus bus_;
     std::array<Slots, kHEBFamilies> slots_;
     bool offeredToBus_ = false;
+    std::atomic<int> handling_{0};  ///< handlers at work
 };
