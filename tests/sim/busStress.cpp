@@ -34,9 +34,8 @@ void Store(std::array<char, 120>& record, std::size_t offset, const Value& value
 }
 
 std::uint32_t OnEvent(void* block) {
-    std::uintptr_t address = 0;
-    std::memcpy(&address, static_cast<const char*>(block) + 96, sizeof address);
-    auto* context = reinterpret_cast<Context*>(address);
+    Context* context = nullptr;
+    std::memcpy(&context, static_cast<const char*>(block) + 96, sizeof(void*));
     if (context->removed) {
         context->late = true;
     }
