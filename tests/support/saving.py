@@ -99,24 +99,34 @@ class TerminalRun:
         return ostrelscan.split_log(self.log)[-1]
 
 
-SHELL_FRAME = 'stty -g >stty.before; "$@"; echo $? >status; stty -g >stty.after'
+# The trap lets the shell outlive an interrupt; programs that it starts do not inherit it.
+SHELL_FRAME = 'trap : INT; stty -g >stty.before; "$@"; echo $? >status; stty -g >stty.after'
 
 
 def run_on_terminal(argv, folder, *, redirect="", timeout=60, **how):
     """Runs the tool from a shell on a pseudo-terminal and looks at the terminal's modes before and
     after; `redirect` is shell text such as "</dev/null"."""
-    folder = pathlib.Path(folder)
+    with in_shell(argv, folder, redirect=redirect, **how) as terminal:
+        terminal.wait_exit(timeout)
+        return outcome(terminal, folder)
+
+
+def in_shell(argv, folder, *, redirect="", **how):
+    """The terminal for such a run, for tests that want to do something meanwhile."""
     frame = SHELL_FRAME.replace('"$@"', f'"$@" {redirect}')
     command = ["/bin/sh", "-c", frame, "sh", ostrelscan.tool(), *argv]
-    with screen.Terminal(command, cwd=folder, **how) as terminal:
-        terminal.wait_exit(timeout)
-        log = folder / ostrelscan.LOG_NAME
-        read = {name: (folder / name).read_text(encoding="ascii").strip()
-                for name in ("status", "stty.before", "stty.after")}
-        return TerminalRun(int(read["status"]), terminal.last_full(), terminal.now().text,
-                           terminal.output,
-                           log.read_text(errors="replace") if log.is_file() else "",
-                           read["stty.before"] == read["stty.after"])
+    return screen.Terminal(command, cwd=folder, **how)
+
+
+def outcome(terminal, folder):
+    """What became of a run from `in_shell` that has ended."""
+    folder = pathlib.Path(folder)
+    log = folder / ostrelscan.LOG_NAME
+    read = {name: (folder / name).read_text(encoding="ascii").strip()
+            for name in ("status", "stty.before", "stty.after")}
+    return TerminalRun(int(read["status"]), terminal.last_full(), terminal.now().text,
+                       terminal.output, log.read_text(errors="replace") if log.is_file() else "",
+                       read["stty.before"] == read["stty.after"])
 
 
 def failed_line(status):
