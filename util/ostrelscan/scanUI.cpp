@@ -91,18 +91,19 @@ unsigned UserInterface::RunDump(const char* path, const char* device, const char
 void UserInterface::WatchDump(ScanEngine& engine, BlockSelector& selector,
                               const DumpOptions& options) {
     bool measured = false;
-    for (bool finished = false; !finished;) {
-        finished = engine.Finished();
+    const auto show = [&](bool final) {
         if (!measured && engine.BlocksInPool() != 0) {
             measured = true;
             DisplayHeaderDump(engine.BlocksInPool(), options.poolName, options.path,
                               options.compress);
         }
-        DisplayDumpState(engine, selector, finished);
-        if (!finished) {
-            Ostrel::LB_delay(kPollMilliseconds);
-        }
+        DisplayDumpState(engine, selector, final);
+    };
+    while (!engine.Finished()) {
+        show(false);
+        Ostrel::LB_delay(kPollMilliseconds);
     }
+    show(true);
 }
 
 void UserInterface::DisplayDumpState(ScanEngine& engine, BlockSelector& selector, bool final) {
