@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -11,8 +12,8 @@
 namespace support {
 
 /// A device with bad blocks without any device: this process's memory as the system shows it, in
-/// which reading a block that is not mapped fails with EIO. It begins where a stretch of 64 blocks
-/// does.
+/// which reading a block with nothing behind it fails with EIO. It begins where a stretch of 64
+/// blocks does.
 class HoledMemory {
   public:
     static constexpr const char* kPath = "/proc/self/mem";
@@ -39,7 +40,13 @@ class HoledMemory {
     void Put(std::size_t index, const std::string& block) {
         std::memcpy(start_ + index * kBlockBytes, block.data(), kBlockBytes);
     }
-    void MakeBad(std::size_t index) { munmap(start_ + index * kBlockBytes, kBlockBytes); }
+    /// A mapping of nothing: nobody can read it, and nobody else gets its place.
+    void MakeBad(std::size_t index) {
+        const int empty = memfd_create("empty", MFD_CLOEXEC);
+        mmap(start_ + index * kBlockBytes, kBlockBytes, PROT_READ, MAP_SHARED | MAP_FIXED, empty,
+             0);
+        close(empty);
+    }
 
   private:
     static constexpr std::size_t kAlign = 64;

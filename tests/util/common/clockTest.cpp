@@ -1,9 +1,9 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
-#include <regex>
 #include <sstream>
 #include <string>
 
@@ -12,17 +12,22 @@
 
 namespace {
 
+using ::testing::MatchesRegex;
+
 /// A fixed time zone of 5 hours and 30 minutes east, without daylight saving.
 class Clock : public testing::Test {
   protected:
     Clock() { SetZone("TST-5:30"); }
-    ~Clock() override { SetZone(nullptr); }
+    void TearDown() override { SetZone(nullptr); }
 
     /// Empty when the line has none.
     static std::string EpochOf(const std::string& logLine) {
-        std::smatch match;
-        std::regex_search(logLine, match, std::regex(" timeValue=\"([0-9]+)\""));
-        return match[1];
+        const std::string key = " timeValue=\"";
+        const std::size_t start = logLine.find(key);
+        const std::size_t end = logLine.find('"', start + key.size());
+        return start == std::string::npos
+                   ? ""
+                   : logLine.substr(start + key.size(), end - start - key.size());
     }
 
     /// The local time as it is logged, worked out without the zone's name.
@@ -63,11 +68,12 @@ class CapturedScreen {
 TEST_F(Clock, LogsTheTimeInItsOwnQuotesWithTwoBlanks) {
     const support::CapturedLog log;
     LogCurrentTime(false);
-    const std::regex form(
-        "<CurrentTime time=\"(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) [0-3][0-9], "
-        "[0-9]{4}  (0[1-9]|1[0-2]):[0-5][0-9]:[0-6][0-9] (AM|PM)  \\+0530\" "
-        "timeValue=\"[0-9]+\" />\n");
-    EXPECT_TRUE(std::regex_match(log.Text(), form)) << log.Text();
+    EXPECT_THAT(
+        log.Text(),
+        MatchesRegex(
+            "<CurrentTime time=\"(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) [0-3][0-9], "
+            "[0-9]{4}  (0[1-9]|1[0-2]):[0-5][0-9]:[0-6][0-9] (AM|PM)  \\+0530\" "
+            "timeValue=\"[0-9]+\" />\n"));
 }
 
 TEST_F(Clock, LogsTheLocalTimeOfTheSecondsItLogsInDecimal) {

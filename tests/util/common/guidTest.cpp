@@ -39,7 +39,7 @@ unsigned ClockSequenceOf(const GUID_t& guid) {
 /// Puts the generator back into the state in which the test found it.
 class GUIDGenerator : public testing::Test {
   protected:
-    ~GUIDGenerator() override {
+    void TearDown() override {
         Ostrel::GUIDclockSeq = clockSeq_;
         Ostrel::GUIDsavedTime = savedTime_;
         Ostrel::GUIDinitDone = initDone_;

@@ -62,7 +62,7 @@ class History : public testing::Test {
 /// Puts the shared entry back into its first state.
 class EmptyHistory : public History {
   protected:
-    ~EmptyHistory() override {
+    void TearDown() override {
         SFF_Unreferenced.status = -1;
         SFF_Unreferenced.crc = kAllOnes;
         SFF_Unreferenced.blocksTotal = 0;
