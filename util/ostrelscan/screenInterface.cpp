@@ -10,8 +10,6 @@
 #include <initializer_list>
 #include <stdexcept>
 
-#include "util/ostrelscan/terminal.h"
-
 namespace {
 
 constexpr int kPadRows = 100;

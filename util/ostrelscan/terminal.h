@@ -1,4 +1,0 @@
-#pragma once
-
-/// Whether the type of terminal that the TERM variable names is known.
-bool TerminalIsKnown();
