@@ -14,7 +14,7 @@ BASE = ("errors errorTable qdsNitErrorTable log crc number unicode clock hexDump
 SCAN_FILES = "scanFileFormat zlibStreams zsbFile scanFileList".split()
 POOL_CONTROL = "tXML ostrelVFS serviceFiles pvKey heb hebFamilies poolLock".split()
 ENGINE = "blockSelector scanOptions poolDevice scanEngine".split()
-SCREEN = "screenInterface screenLayout progress scanUI".split()
+SCREEN = "screenInterface screenTerminal screenLayout progress scanUI".split()
 COMMAND_LINE = "programName commandLine".split()
 
 # What the headers of a room may be included by: each room and those above it.

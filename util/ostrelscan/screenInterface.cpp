@@ -10,6 +10,8 @@
 #include <initializer_list>
 #include <stdexcept>
 
+#include "util/ostrelscan/screenTerminal.h"
+
 namespace {
 
 constexpr int kPadRows = 100;

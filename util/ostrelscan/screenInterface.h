@@ -9,9 +9,6 @@ using WINDOW = struct _win_st;
 /// The terminal's size by standard input: 0, or -1 with both outputs untouched.
 int GetTermSize(int* rows, int* columns);
 
-/// Whether the type of terminal that the TERM variable names is known.
-bool TerminalIsKnown();
-
 /// Print into a window and show it from its top left corner.
 void OutputToScreen(WINDOW* window, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void OutputToScreenWithPointer(WINDOW* window, const char* format, va_list arguments);

@@ -1,8 +1,8 @@
+#include "util/ostrelscan/screenTerminal.h"
+
 #include <ncurses.h>
 #include <term.h>  // apart from the screen's code: its macros take everyday names
 #include <unistd.h>
-
-#include "util/ostrelscan/screenInterface.h"
 
 bool TerminalIsKnown() {
     int reason = 0;
