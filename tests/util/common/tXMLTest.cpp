@@ -234,10 +234,8 @@ TEST(TagElement, IsFoundHoweverDeepItStands) {
     EXPECT_EQ(TXML::XML_GetTagElement(text.begin(), "d", text.end(), info), 21703);
 }
 
-// What stands between depth and CDATA: inside a child that is still open, a CDATA section is markup
-// like any other.
 TEST(TagPathSearch, KnowsCDATAOnlyAtTheElementsOwnLevel) {
-    EXPECT_EQ(Search("<a>", "<a><b><![CDATA[</a>]]></b></a>"), (Found{0, "<b><![CDATA["}));
+    EXPECT_EQ(Search("<a>", "<a><b><![CDATA[x></a>]]></b></a>"), (Found{0, "<b><![CDATA[x>"}));
     EXPECT_EQ(Search("<a>", "<a><b>1</b><![CDATA[</a>]]></a>"),
               (Found{0, "<b>1</b><![CDATA[</a>]]>"}));
     EXPECT_EQ(Search("<a>", "<a><b/><![CDATA[</a>]]></a>"), (Found{0, "<b/><![CDATA[</a>]]>"}));
