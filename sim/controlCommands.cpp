@@ -1,10 +1,7 @@
 #include "sim/controlCommands.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <limits>
 
 #include "sim/controlArguments.h"
@@ -224,11 +221,9 @@ CommandResult PrintTrace(Simulation& simulation, const ControlArguments& words) 
     return {kExitDone, simulation.trace.Lines()};
 }
 
-// The main thread waits for this signal.
 CommandResult Shutdown(Simulation& /*simulation*/, const ControlArguments& words) {
     words.Expect(0, 0, {});
-    kill(getpid(), SIGTERM);
-    return {};
+    return {kExitDone, {}, true};
 }
 
 template <CommandResult (*Run)(Simulation&, ObjectKind, const ControlArguments&), ObjectKind kind>

@@ -11,6 +11,7 @@ namespace sim {
 struct CommandResult {
     int status = 0;
     std::vector<std::string> lines{};
+    bool endsService = false;  ///< the caller ends the service once it has passed the result on
 };
 
 constexpr int kExitDone = 0;

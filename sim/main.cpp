@@ -39,6 +39,7 @@ void EnterPrivateNamespace() {
 // Starts the command with the signals as a program expects them.
 pid_t Start(const std::vector<std::string>& command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }

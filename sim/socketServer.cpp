@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <stdexcept>
 
@@ -139,6 +140,9 @@ void Connection::Control(const Message& message) {
         socket_->Send({"line", line});
     }
     socket_->Send({"end", std::to_string(result.status)});
+    if (result.endsService) {
+        kill(getpid(), SIGTERM);  // the main thread waits for it
+    }
 }
 
 }  // namespace

@@ -57,10 +57,11 @@ inline constexpr std::uint64_t VOLMODE_USER_ABORTABLE = 8;
 struct HEBRename {
     unsigned char reserved0[24];
     GUID_t guid;
+    unsigned char reserved40[16];  ///< where a deletion has its new GUID
     const char16_t* oldName;
     const char16_t* newName;
 };
-static_assert(offsetof(HEBRename, guid) == 24 && offsetof(HEBRename, oldName) == 40);
+static_assert(offsetof(HEBRename, guid) == 24 && offsetof(HEBRename, oldName) == 56);
 
 /// Event data of a deletion and of a change of identifiers; a finished deletion has the new GUID.
 struct HEBIdentity {
@@ -117,7 +118,9 @@ class HEBConsumer {
     HEBConsumer& operator=(const HEBConsumer&) = delete;
 
     /// Destroys the consumer if the bus never knew it. One that was ever registered is kept for the
-    /// process's life, since the bus may deliver an event late; it answers those as early ones.
+    /// process's life, since the bus may deliver an event late; it answers those as early ones. A
+    /// handler that was released is given the time to answer, so that the service hears of it even
+    /// when the process ends now; a bus that is stuck is not waited for.
     static void Retire(std::unique_ptr<HEBConsumer> consumer);
 
     const std::string& Name() const { return name_; }
@@ -239,6 +242,8 @@ class HEBConsumer {
                  HEBCallback callback);
     int Unregister(HEBFamily family);
     std::uint32_t Handle(HEBFamily family, EventBlock* event);
+    std::uint32_t Answer(HEBFamily family, EventBlock* event);
+    void AwaitHandlers() const;
     static std::uint32_t HandleChange(const HEBFamilyFacts& facts, const Registration& registration,
                                       EventBlock* event);
 
@@ -246,4 +251,5 @@ class HEBConsumer {
     HaldenEventBus bus_;
     std::array<Slots, kHEBFamilies> slots_;
     bool offeredToBus_ = false;
+    std::atomic<int> handling_{0};  ///< handlers at work
 };

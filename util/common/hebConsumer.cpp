@@ -12,6 +12,9 @@
 namespace {
 
 constexpr std::int64_t kPollMilliseconds = 100;
+/// A released handler sees so within its poll; twice that is patience enough.
+constexpr std::int64_t kAnswerMilliseconds = 2 * kPollMilliseconds;
+constexpr std::int64_t kAnswerStep = 5;
 /// Where every family's event data has its GUID.
 constexpr std::size_t kGUIDOffset = offsetof(HEBStateChange, guid);
 
@@ -46,6 +49,7 @@ void HEBConsumer::Retire(std::unique_ptr<HEBConsumer> consumer) {
             registration->registered.store(false, std::memory_order_relaxed);
         }
     }
+    consumer->AwaitHandlers();
     static std::mutex mutex;
     static auto& kept = *std::make_unique<std::vector<std::unique_ptr<HEBConsumer>>>().release();
     const std::lock_guard lock(mutex);
@@ -88,7 +92,21 @@ int HEBConsumer::Unregister(HEBFamily family) {
     return 0;
 }
 
+void HEBConsumer::AwaitHandlers() const {
+    for (std::int64_t waited = 0; waited < kAnswerMilliseconds && handling_.load() != 0;
+         waited += kAnswerStep) {
+        Ostrel::LB_delay(kAnswerStep);
+    }
+}
+
 std::uint32_t HEBConsumer::Handle(HEBFamily family, EventBlock* event) {
+    handling_.fetch_add(1);
+    const std::uint32_t answer = Answer(family, event);
+    handling_.fetch_sub(1);
+    return answer;
+}
+
+std::uint32_t HEBConsumer::Answer(HEBFamily family, EventBlock* event) {
     const HEBFamilyFacts& facts = HEBFactsOf(family);
     const Registration* registration =
         slots_[static_cast<std::size_t>(family)].current.load(std::memory_order_acquire);

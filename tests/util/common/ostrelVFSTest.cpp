@@ -11,6 +11,15 @@
 
 namespace {
 
+/// A row of a table shows as its name.
+template <typename Row>
+requires requires(const Row& row) {
+    row.name;
+}
+void PrintTo(const Row& row, std::ostream* stream) {
+    *stream << row.name;
+}
+
 constexpr const char* kPath = "/_admin/Manage_OSTREL/manage.cmd";
 constexpr const char* kSwitch = "<virtualIO><datastream name=\"command\"/></virtualIO>";
 

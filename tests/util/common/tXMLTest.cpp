@@ -11,6 +11,15 @@
 
 namespace {
 
+/// A row of a table shows as its name.
+template <typename Row>
+requires requires(const Row& row) {
+    row.name;
+}
+void PrintTo(const Row& row, std::ostream* stream) {
+    *stream << row.name;
+}
+
 using TXML::XML_ElementInfo_s;
 
 /// A text in a heap block of its exact size, without a terminator: an address sanitizer sees every

@@ -1,0 +1,39 @@
+import os
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).parent))
+
+from simulation import POOL_GUID, VOLUME_GUID, Simulation  # noqa: E402
+
+
+def pytest_collection_modifyitems(items):
+    if os.geteuid() != 0 or not Path("/dev/fuse").exists():
+        for item in items:
+            item.add_marker(pytest.mark.skip(reason="mounting needs root and /dev/fuse"))
+
+
+@pytest.fixture
+def start():
+    """Starts services; each must end with status 0 and without a word unless it was killed."""
+    running = []
+
+    def start_one(*options, **more):
+        simulation = Simulation(*options, **more)
+        running.append(simulation)
+        assert simulation.started, simulation.ready
+        return simulation
+
+    yield start_one
+    for simulation in running:
+        killed = simulation.process.poll() == -9
+        status = simulation.stop()
+        assert killed or (status == 0 and simulation.errors == ""), (status, simulation.errors)
+
+
+@pytest.fixture
+def sim(start):
+    """A service with the pool P in maintenance and the volume V."""
+    return start("--pool", f"P,{POOL_GUID},maintenance", "--volume", f"V,{VOLUME_GUID},active")
