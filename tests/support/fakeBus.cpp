@@ -99,10 +99,10 @@ std::vector<unsigned char> StateChange(const GUID_t& guid, std::uint16_t from, s
 
 std::vector<unsigned char> Rename(const GUID_t& guid, const char16_t* oldName,
                                   const char16_t* newName) {
-    std::vector<unsigned char> data(56);
+    std::vector<unsigned char> data(72);
     Poke(data.data(), 24, guid);
-    Poke(data.data(), 40, oldName);
-    Poke(data.data(), 48, newName);
+    Poke(data.data(), 56, oldName);
+    Poke(data.data(), 64, newName);
     return data;
 }
 

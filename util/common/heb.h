@@ -131,73 +131,87 @@ class HEBConsumer {
     // Pool state: a change that may be refused is; any other is held up, with the flag set, until
     // the flag is cleared or the family is unregistered.
     int HEBC_CPSE_Register(const PoolKey& key, HEBChangeFlag changeRequired) {
-        return Register<HEBFamily::CPSE>(key, std::move(changeRequired));
+        return Register(HEBFamily::CPSE, key, std::move(changeRequired), HEBC_CPSE_Callback);
     }
     int HEBC_CPSE_Unregister() { return Unregister(HEBFamily::CPSE); }
     static std::uint32_t HEBC_CPSE_Callback(EventBlock* event) {
-        return Callback<HEBFamily::CPSE>(event);
+        return ConsumerOf(event).HEBC_CPSE_Handler(event);
     }
     std::uint32_t HEBC_CPSE_Handler(EventBlock* event) { return Handle(HEBFamily::CPSE, event); }
 
     // Volume state: as pool state.
     int HEBC_CVSE_Register(const VolumeKey& key, HEBChangeFlag changeRequired) {
-        return Register<HEBFamily::CVSE>(key, std::move(changeRequired));
+        return Register(HEBFamily::CVSE, key, std::move(changeRequired), HEBC_CVSE_Callback);
     }
     int HEBC_CVSE_Unregister() { return Unregister(HEBFamily::CVSE); }
     static std::uint32_t HEBC_CVSE_Callback(EventBlock* event) {
-        return Callback<HEBFamily::CVSE>(event);
+        return ConsumerOf(event).HEBC_CVSE_Handler(event);
     }
     std::uint32_t HEBC_CVSE_Handler(EventBlock* event) { return Handle(HEBFamily::CVSE, event); }
 
     // The others only log what they see.
-    int HEBC_PR_Register(const PoolKey& key) { return Register<HEBFamily::PR>(key); }
+    int HEBC_PR_Register(const PoolKey& key) {
+        return Register(HEBFamily::PR, key, nullptr, HEBC_PR_Callback);
+    }
     int HEBC_PR_Unregister() { return Unregister(HEBFamily::PR); }
     static std::uint32_t HEBC_PR_Callback(EventBlock* event) {
-        return Callback<HEBFamily::PR>(event);
+        return ConsumerOf(event).HEBC_PR_Handler(event);
     }
     std::uint32_t HEBC_PR_Handler(EventBlock* event) { return Handle(HEBFamily::PR, event); }
 
-    int HEBC_VR_Register(const VolumeKey& key) { return Register<HEBFamily::VR>(key); }
+    int HEBC_VR_Register(const VolumeKey& key) {
+        return Register(HEBFamily::VR, key, nullptr, HEBC_VR_Callback);
+    }
     int HEBC_VR_Unregister() { return Unregister(HEBFamily::VR); }
     static std::uint32_t HEBC_VR_Callback(EventBlock* event) {
-        return Callback<HEBFamily::VR>(event);
+        return ConsumerOf(event).HEBC_VR_Handler(event);
     }
     std::uint32_t HEBC_VR_Handler(EventBlock* event) { return Handle(HEBFamily::VR, event); }
 
-    int HEBC_VRX_Register(const VolumeKey& key) { return Register<HEBFamily::VRX>(key); }
+    int HEBC_VRX_Register(const VolumeKey& key) {
+        return Register(HEBFamily::VRX, key, nullptr, HEBC_VRX_Callback);
+    }
     int HEBC_VRX_Unregister() { return Unregister(HEBFamily::VRX); }
     static std::uint32_t HEBC_VRX_Callback(EventBlock* event) {
-        return Callback<HEBFamily::VRX>(event);
+        return ConsumerOf(event).HEBC_VRX_Handler(event);
     }
     std::uint32_t HEBC_VRX_Handler(EventBlock* event) { return Handle(HEBFamily::VRX, event); }
 
-    int HEBC_VD_Register(const VolumeKey& key) { return Register<HEBFamily::VD>(key); }
+    int HEBC_VD_Register(const VolumeKey& key) {
+        return Register(HEBFamily::VD, key, nullptr, HEBC_VD_Callback);
+    }
     int HEBC_VD_Unregister() { return Unregister(HEBFamily::VD); }
     static std::uint32_t HEBC_VD_Callback(EventBlock* event) {
-        return Callback<HEBFamily::VD>(event);
+        return ConsumerOf(event).HEBC_VD_Handler(event);
     }
     std::uint32_t HEBC_VD_Handler(EventBlock* event) { return Handle(HEBFamily::VD, event); }
 
-    int HEBC_VDX_Register(const VolumeKey& key) { return Register<HEBFamily::VDX>(key); }
+    int HEBC_VDX_Register(const VolumeKey& key) {
+        return Register(HEBFamily::VDX, key, nullptr, HEBC_VDX_Callback);
+    }
     int HEBC_VDX_Unregister() { return Unregister(HEBFamily::VDX); }
     static std::uint32_t HEBC_VDX_Callback(EventBlock* event) {
-        return Callback<HEBFamily::VDX>(event);
+        return ConsumerOf(event).HEBC_VDX_Handler(event);
     }
     std::uint32_t HEBC_VDX_Handler(EventBlock* event) { return Handle(HEBFamily::VDX, event); }
 
-    int HEBC_ZID64E_Register(const VolumeKey& key) { return Register<HEBFamily::ZID64E>(key); }
+    int HEBC_ZID64E_Register(const VolumeKey& key) {
+        return Register(HEBFamily::ZID64E, key, nullptr, HEBC_ZID64E_Callback);
+    }
     int HEBC_ZID64E_Unregister() { return Unregister(HEBFamily::ZID64E); }
     static std::uint32_t HEBC_ZID64E_Callback(EventBlock* event) {
-        return Callback<HEBFamily::ZID64E>(event);
+        return ConsumerOf(event).HEBC_ZID64E_Handler(event);
     }
     std::uint32_t HEBC_ZID64E_Handler(EventBlock* event) {
         return Handle(HEBFamily::ZID64E, event);
     }
 
-    int HEBC_ZID64X_Register(const VolumeKey& key) { return Register<HEBFamily::ZID64X>(key); }
+    int HEBC_ZID64X_Register(const VolumeKey& key) {
+        return Register(HEBFamily::ZID64X, key, nullptr, HEBC_ZID64X_Callback);
+    }
     int HEBC_ZID64X_Unregister() { return Unregister(HEBFamily::ZID64X); }
     static std::uint32_t HEBC_ZID64X_Callback(EventBlock* event) {
-        return Callback<HEBFamily::ZID64X>(event);
+        return ConsumerOf(event).HEBC_ZID64X_Handler(event);
     }
     std::uint32_t HEBC_ZID64X_Handler(EventBlock* event) {
         return Handle(HEBFamily::ZID64X, event);
@@ -221,13 +235,8 @@ class HEBConsumer {
         std::atomic<Registration*> current{nullptr};  ///< the last of them
     };
 
-    template <HEBFamily family>
-    static std::uint32_t Callback(EventBlock* event) {
-        return static_cast<HEBConsumer*>(event->context)->Handle(family, event);
-    }
-    template <HEBFamily family>
-    int Register(const PVKey& key, HEBChangeFlag changeRequired = nullptr) {
-        return Register(family, key, std::move(changeRequired), &Callback<family>);
+    static HEBConsumer& ConsumerOf(const EventBlock* event) {
+        return *static_cast<HEBConsumer*>(event->context);
     }
     int Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired,
                  HEBCallback callback);

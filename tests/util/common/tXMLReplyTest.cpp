@@ -8,6 +8,15 @@
 
 namespace {
 
+/// A row of a table shows as its name.
+template <typename Row>
+requires requires(const Row& row) {
+    row.name;
+}
+void PrintTo(const Row& row, std::ostream* stream) {
+    *stream << row.name;
+}
+
 struct ResultRow {
     const char* name;
     const char* result;
