@@ -12,7 +12,7 @@ DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
 BASE = ("errors errorTable qdsNitErrorTable log crc number unicode clock hexDump guid lbpMisc "
         "fileDescriptor positionedStream blockTypes stableSequence").split()
 SCAN_FILES = "scanFileFormat zlibStreams zsbFile scanFileList".split()
-POOL_CONTROL = "tXML ostrelVFS serviceFiles pvKey heb hebFamilies poolLock".split()
+POOL_CONTROL = "tXML ostrelVFS ravCommands serviceFiles pvKey heb hebFamilies poolLock".split()
 ENGINE = "blockSelector scanOptions poolDevice scanEngine".split()
 SCREEN = "screenInterface screenTerminal screenLayout progress scanUI".split()
 COMMAND_LINE = "programName commandLine".split()
