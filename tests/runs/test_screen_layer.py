@@ -270,6 +270,16 @@ def test_text_beyond_the_screen_is_kept_and_beyond_the_pad_wraps():
         assert report(terminal) == "cursor 1 10 key 107"
 
 
+@pytest.mark.parametrize("rows, columns", [(25, 80), (5, 10)])
+@pytest.mark.parametrize("length", [4000, 31_999, 40_000])
+def test_a_text_may_be_longer_than_the_screen_and_the_pad(rows, columns, length):
+    with driven("text", 2, "x" * length, "at", 1, 0, "text", 2, "alive", "a-key",
+                rows=rows, columns=columns) as terminal:
+        assert terminal.wait_for("alive").rows[2] == "x" * columns
+        terminal.send("k")
+        assert report(terminal) == "key 107"
+
+
 def test_a_line_is_cleared_whole_and_the_cursor_stands_at_its_start():
     with driven("text", 2, "one", "at", 1, 0, "text", 2, "two", "at", 1, 2, "clear-line", "cursor",
                 "at", 2, 0, "text", 2, "three", "a-key") as terminal:
