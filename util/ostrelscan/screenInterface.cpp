@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <initializer_list>
 #include <stdexcept>
+#include <string>
 
 #include "util/ostrelscan/screenTerminal.h"
 
@@ -67,6 +68,18 @@ void SwitchAttributes(WINDOW* window, int attribute, Switch* change) {
             change(window, part, nullptr);
         }
     }
+}
+
+/// Formats here what ncurses would: its own formatting reads the arguments twice, and crashes,
+/// where a text is longer than the terminal has cells.
+void Print(WINDOW* window, const char* format, va_list arguments) {
+    va_list measured;
+    va_copy(measured, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, measured);
+    va_end(measured);
+    std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    waddstr(window, text.c_str());
 }
 
 /// Asking for the size at every write follows a resized terminal without a signal handler. Without
@@ -173,7 +186,7 @@ void OutputToScreen(WINDOW* window, const char* format, ...) {
 }
 
 void OutputToScreenWithPointer(WINDOW* window, const char* format, va_list arguments) {
-    vw_printw(window, format, arguments);
+    Print(window, format, arguments);
     ShowPad(window);
 }
 
@@ -240,7 +253,7 @@ void ScreenInterface::OutputToScreenWithAttribute(int attribute, const char* for
     libc_color_set(attribute);
     va_list arguments;
     va_start(arguments, format);
-    vw_printw(pad_, format, arguments);
+    Print(pad_, format, arguments);
     va_end(arguments);
     libc_color_reset(attribute);
     ShowPad(pad_);
