@@ -108,6 +108,18 @@ class ToolRun:
         self.terminal.pump()
         return True
 
+    def wait_until_stuck(self, seconds=30.0):
+        """Waits until a thread of the tool waits for its disk, again and again."""
+        looks = [0]
+        def stuck():
+            looks[0] = looks[0] + 1 if self._pumped() and "D" in self._thread_states() else 0
+            return looks[0] >= 10
+        assert wait_until(stuck, seconds), self._thread_states()
+
+    def _thread_states(self):
+        tasks = pathlib.Path(f"/proc/{self.pid}/task").glob("*/stat")
+        return [task.read_text(encoding="ascii").rpartition(")")[2].split()[0] for task in tasks]
+
     def wait_exit(self, seconds=60.0):
         """The exit status."""
         self.status = self.terminal.wait_exit(seconds)
@@ -147,6 +159,14 @@ class Service(Simulation):
     def restore(self, folder, device, *options, pool=POOL, env=None):
         return self.run(folder, "--danger", *options, "restore", pool, device, env=env)
 
+    def change(self, state, *options, pool=POOL):
+        """Starts a change of the pool's state, which may have to wait."""
+        return self.start_control("state", pool, state, *options)
+
+    def event(self, *options):
+        """Starts the delivery of an event about the pool; the last of an option counts."""
+        return self.start_control("event", POOL_STATE, "--guid", POOL_GUID, *options)
+
     def pool_state(self, pool=POOL):
         return self.listed(f"pool {pool} ")[0].split()[2]
 
@@ -183,6 +203,12 @@ class Service(Simulation):
         """Whether a management file was opened only after the one before was closed."""
         files = [kind for kind in self.exchange_kinds() if kind in ("open", "close")]
         return files == ["open", "close"] * (len(files) // 2)
+
+
+def finished(command, seconds=20.0):
+    """Exit status and words of a control command that was started."""
+    out, errors = command.communicate(timeout=seconds)
+    return command.returncode, out + errors
 
 
 # What one query and a whole successful run look like in the trace.
