@@ -1,4 +1,4 @@
-"""The bus library itself: absent, broken, refusing, without its service, silent, or never at rest."""
+"""The bus library itself: absent, broken, refusing, without its service, mute, or never at rest."""
 
 import re
 import shutil

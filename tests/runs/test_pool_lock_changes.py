@@ -1,5 +1,5 @@
-"""Changes of the pool's state while it is saved: a change that may be refused is, and any other ends
-the save and waits until the pool has been let go."""
+"""Changes of the pool's state while it is saved: a change that may be refused is, and any other
+ends the save and waits until the pool has been let go."""
 
 import re
 

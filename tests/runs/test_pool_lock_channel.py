@@ -1,5 +1,5 @@
-"""What goes wrong between the tool and the management file: the pass's message, the lines of the log,
-and what is left behind with the service."""
+"""What goes wrong between the tool and the management file: the pass's message, the lines of the
+log, and what is left behind with the service."""
 
 import dataclasses
 
@@ -190,8 +190,8 @@ def test_a_state_is_taken_as_it_stands(serve, device, tmp_path, state):
     assert service.holds_nothing() and service.exchange_kinds() == servedrun.HELD_RUN
 
 
-# The switch is written when the stream is flushed, and that the flush failed is told and no more: so
-# the service takes the request for a switch, and refuses it.
+# The switch is written when the stream is flushed, and that the flush failed is told and no more:
+# so the service takes the request for a switch, and refuses it.
 @pytest.mark.parametrize("after", [0, 1])
 def test_a_mode_switch_that_fails_is_told_and_the_channel_used(serve, device, sample, tmp_path,
                                                                after):

@@ -1,4 +1,4 @@
-"""A service that stands still or dies never keeps a run from its end, nor a dead run the service."""
+"""A service that stands still or dies keeps no run from its end, nor a dead run the service."""
 
 import contextlib
 import os
@@ -14,7 +14,8 @@ MIDDLE = "2000"
 # The bus library gives a service five seconds; the rest is for a busy machine.
 BOUND = 20
 STOPPED, DEAD = 24999, 20008
-NOT_UNREGISTERED = "util/common/heb[225] Could not unregister from HEB Could not unregister with HEB"
+NOT_UNREGISTERED = ("util/common/heb[225] Could not unregister from HEB "
+                    "Could not unregister with HEB")
 
 
 @contextlib.contextmanager

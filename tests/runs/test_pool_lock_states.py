@@ -1,4 +1,4 @@
-"""A run holds its pool only in the state of maintenance, and asks the service no more than it must."""
+"""A run holds its pool in the state of maintenance alone, and asks no more than it must."""
 
 import time
 

@@ -184,8 +184,8 @@ class Service(Simulation):
             lambda: not self.listed("registration") and not self.listed("open management"))
 
     def exchange_kinds(self):
-        """The kinds of the trace's lines, in order, but for injected faults. A close counts when the
-        tool makes it ("flush"), not when the kernel has done with it."""
+        """The kinds of the trace's lines, in order, but for injected faults. A close counts when
+        the tool makes it ("flush"), not when the kernel has done with it."""
         kinds = [line[11:].split(":")[0] for line in self.control("trace").splitlines()]
         return [kind.replace("flush", "close") for kind in kinds if kind not in ("fault", "close")]
 
