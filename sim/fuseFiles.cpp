@@ -77,6 +77,12 @@ int SyncFile(const char* /*path*/, int /*dataOnly*/, fuse_file_info* info) {
     return Tree().At(info->fh)->Sync();
 }
 
+// The kernel tells of a close twice: at once, while the process waits, and some time later.
+int FlushFile(const char* /*path*/, fuse_file_info* info) {
+    Tree().At(info->fh)->Flush();
+    return 0;
+}
+
 int CloseFile(const char* /*path*/, fuse_file_info* info) {
     Tree().Close(info->fh);
     return 0;
@@ -114,6 +120,7 @@ fuse_operations Operations() {
     operations.read = ReadFile;
     operations.write = WriteFile;
     operations.fsync = SyncFile;
+    operations.flush = FlushFile;
     operations.release = CloseFile;
     operations.truncate = Truncate;
     operations.ioctl = Control;

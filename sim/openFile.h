@@ -22,6 +22,9 @@ class OpenFile {
     virtual int Write(std::string_view bytes, std::uint64_t offset) = 0;
     virtual int Sync() { return 0; }
 
+    /// Somebody closes a descriptor of the file, and waits for it; others may be open.
+    virtual void Flush() {}
+
     /// The size in bytes of what answers a block device's size request; nothing for other files.
     virtual std::optional<std::uint64_t> DeviceSize() const { return std::nullopt; }
 };

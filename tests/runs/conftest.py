@@ -2,6 +2,7 @@
 
 import collections
 import contextlib
+import os
 import pathlib
 import sys
 
@@ -95,6 +96,48 @@ def fault_loop():
     _need(loopdev.have_fuse())
     _need(loopdev.have_loop())
     return loopdev.fault_loop
+
+
+def _need_service():
+    _need(loopdev.have_fuse())
+    _need(loopdev.have_loop())
+    if not (ostrelscan.build_folder() / "bin" / "ostrelsim").exists():
+        pytest.skip("the stand-in of the storage service was not built")
+    if os.geteuid() != 0:
+        pytest.skip("a mount namespace of its own needs root")
+
+
+@pytest.fixture
+def serve():
+    """servedrun.serving, where it can be had; the services end with the test."""
+    _need_service()
+    import servedrun  # the other tests do without a service
+    with contextlib.ExitStack() as running:
+        yield lambda *options, **more: running.enter_context(
+            servedrun.serving(*options, **more))
+
+
+@pytest.fixture(scope="session")
+def sample():
+    """The pool of most runs: small, and saved in one file."""
+    return pools.pool(size="16M")
+
+
+@pytest.fixture(scope="session")
+def device(sample):
+    """A device with the sample pool that nobody can write to."""
+    _need_service()
+    with loopdev.loop(sample.path, read_only=True) as path:
+        yield path
+
+
+@pytest.fixture
+def slow_device(sample, tmp_path):
+    """Makes (device, disk) with the sample pool on a disk that stands still at a block."""
+    _need_service()
+    with contextlib.ExitStack() as devices:
+        yield lambda block, image=sample.path, folder="disk": devices.enter_context(
+            loopdev.fault_loop(image, tmp_path / folder, f"pause={block}"))
 
 
 def pytest_terminal_summary(terminalreporter):

@@ -234,6 +234,19 @@ def test_faultdisk_takes_commands_while_it_is_mounted(fault_disk, tmp_path):
         os.close(file)
 
 
+def test_faultdisk_stands_still_at_a_paused_block_until_it_is_told_to_go_on(fault_loop, pool,
+                                                                            tmp_path):
+    made = pool(size="1M")
+    image = made.copy_to(tmp_path / "image")
+    with fault_loop(image, tmp_path / "mnt", "pause=200") as (device, disk):
+        with subprocess.Popen(["cp", device, tmp_path / "copy"]) as reader:
+            disk.wait_for_pause()
+            assert reader.poll() is None
+            disk.go_on()
+            assert reader.wait(30) == 0
+        assert digest(tmp_path / "copy") == digest(made.path) and disk.faults() == []
+
+
 @pytest.mark.parametrize("line", ["badread", "badread x", "badread 1,", "badread 5-4", "bad 1"])
 def test_faultdisk_refuses_a_command_it_does_not_know(fault_disk, tmp_path, line):
     image = loopdev.sparse_image(tmp_path / "image", 16 * BLOCK)

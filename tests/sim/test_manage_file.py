@@ -196,4 +196,4 @@ def test_the_trace_tells_every_exchange(sim):
     me = f"file 1 of process {os.getpid()}"
     assert [line[11:] for line in sim.control("trace").splitlines()] == [
         f"open: {me}", f"switch: {me} {MODE_SWITCH.decode()}", f"request: {me} nonsense\\nx",
-        f"reply: {me} {len(REFUSED)} bytes {REFUSED.decode()}", f"close: {me}"]
+        f"reply: {me} {len(REFUSED)} bytes {REFUSED.decode()}", f"flush: {me}", f"close: {me}"]

@@ -70,7 +70,8 @@ bool FaultState::Command(std::string_view line) {
         const std::string_view list = line.substr(blank + 1);
         return (word == "badread" && AddList(list, badRead_)) ||
                (word == "badwrite" && AddList(list, badWrite_)) ||
-               (word == "enospc" && AddList(list, noSpace_));
+               (word == "enospc" && AddList(list, noSpace_)) ||
+               (word == "pause" && AddList(list, pause_));
     }
     if (word == "readonly") {
         readOnly_ = true;
@@ -104,6 +105,15 @@ int FaultState::Write(std::uint64_t offset, std::uint64_t bytes) {
     return Judge(writes_, Touches(noSpace_, offset, bytes) ? ENOSPC : 0);
 }
 
+bool FaultState::TakePause(std::uint64_t offset, std::uint64_t bytes) {
+    const bool pauses = Touches(pause_, offset, bytes);
+    if (pauses) {
+        pause_.erase(pause_.lower_bound(offset / kBlockBytes),
+                     pause_.upper_bound((offset + bytes - 1) / kBlockBytes));
+    }
+    return pauses;
+}
+
 int FaultState::Other() const {
     return gone_ ? EIO : 0;
 }
@@ -114,8 +124,8 @@ std::string FaultState::Text() const {
                '\n';
     };
     return Line("badread", badRead_) + Line("badwrite", badWrite_) + Line("enospc", noSpace_) +
-           (readOnly_ ? "readonly\n" : "") + (gone_ ? "gone\n" : "") + counts("reads ", reads_) +
-           counts("writes ", writes_);
+           Line("pause", pause_) + (readOnly_ ? "readonly\n" : "") + (gone_ ? "gone\n" : "") +
+           counts("reads ", reads_) + counts("writes ", writes_);
 }
 
 }  // namespace support

@@ -17,6 +17,7 @@ class FaultState {
     ///   enospc 30          writes to them fail with ENOSPC
     ///   readonly           all writes fail with EROFS
     ///   gone               everything fails with EIO
+    ///   pause 3000         the disk stands still at the next request that touches them, once each
     ///   clear              nothing fails any more; the counts start again
     /// Blocks add to those already named. False if the line is not understood; nothing has changed
     /// then.
@@ -25,6 +26,9 @@ class FaultState {
     /// The errno of a request, 0 if it may pass. Each call counts as a request.
     int Read(std::uint64_t offset, std::uint64_t bytes);
     int Write(std::uint64_t offset, std::uint64_t bytes);
+
+    /// Whether the disk stands still before this request; its blocks pause no further one.
+    bool TakePause(std::uint64_t offset, std::uint64_t bytes);
 
     /// The errno of everything that is neither read nor write; not counted.
     [[nodiscard]] int Other() const;
@@ -44,6 +48,7 @@ class FaultState {
     Blocks badRead_;
     Blocks badWrite_;
     Blocks noSpace_;
+    Blocks pause_;
     bool readOnly_ = false;
     bool gone_ = false;
     Count reads_;

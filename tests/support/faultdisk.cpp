@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -83,6 +84,13 @@ int Truncate(const char* path, off_t /*size*/, fuse_file_info* /*file*/) {
     return kControl == path ? 0 : -EPERM;
 }
 
+/// Stops this process at a paused block, until somebody sends SIGCONT.
+void StandStillAt(off_t offset, std::size_t bytes) {
+    if (TheDisk().faults.TakePause(static_cast<std::uint64_t>(offset), bytes)) {
+        std::raise(SIGSTOP);
+    }
+}
+
 int ReadControl(char* buffer, std::size_t bytes, off_t offset) {
     const std::string text = TheDisk().faults.Text();
     const std::size_t from = std::min(static_cast<std::size_t>(offset), text.size());
@@ -94,6 +102,7 @@ int Read(const char* path, char* buffer, std::size_t bytes, off_t offset,
     if (kControl == path) {
         return ReadControl(buffer, bytes, offset);
     }
+    StandStillAt(offset, bytes);
     if (const int error = TheDisk().faults.Read(static_cast<std::uint64_t>(offset), bytes)) {
         return -error;
     }
@@ -117,6 +126,7 @@ int Write(const char* path, const char* buffer, std::size_t bytes, off_t offset,
     if (kControl == path) {
         return WriteControl({buffer, bytes});
     }
+    StandStillAt(offset, bytes);
     if (const int error = TheDisk().faults.Write(static_cast<std::uint64_t>(offset), bytes)) {
         return -error;
     }
@@ -172,7 +182,7 @@ int main(int argc, char** argv) {
     if (argc < 3) {
         std::fputs(
             "Usage: faultdisk IMAGE MOUNTPOINT [badread=17,20-24] [badwrite=20] "
-            "[enospc=30] [readonly] [gone]\n",
+            "[enospc=30] [pause=3000] [readonly] [gone]\n",
             stderr);
         return 1;
     }

@@ -5,6 +5,7 @@ import functools
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 import tempfile
 import time
@@ -121,14 +122,28 @@ def sparse_image(path, size):
 class FaultDisk:
     """A mounted faultdisk: `disk` is the image, but for the faults set by command."""
 
-    def __init__(self, mount_point):
+    def __init__(self, mount_point, process):
+        self._process = process
         self.disk = mount_point / "disk"
         self._control = mount_point / "control"
 
     def command(self, line):
-        """As in the control file: "badread 17,20-24", "badwrite 20", "enospc 30", "readonly",
-        "gone", "clear"."""
+        """As in the control file: "badread 17,20-24", "badwrite 20", "enospc 30", "pause 3000",
+        "readonly", "gone", "clear"."""
         self._control.write_text(line + "\n", encoding="ascii")
+
+    def wait_for_pause(self, seconds=30.0):
+        """Waits until a request has come to a paused block: the disk stands still then, and its
+        control file with it."""
+        stat = pathlib.Path(f"/proc/{self._process.pid}/stat")
+        def stopped():
+            return stat.read_text(encoding="ascii").rpartition(")")[2].split()[0] == "T"
+        if not _wait_until(stopped, seconds):
+            raise AssertionError("nobody came to the paused block")
+
+    def go_on(self):
+        """Ends a pause; harmless when there is none."""
+        self._process.send_signal(signal.SIGCONT)
 
     def faults(self):
         """The faults in force, as command lines."""
@@ -145,6 +160,7 @@ class FaultDisk:
 
 def _stop(process, mount_point):
     process.terminate()
+    process.send_signal(signal.SIGCONT)
     with contextlib.suppress(subprocess.TimeoutExpired):
         process.wait(10)
     if os.path.ismount(mount_point):
@@ -166,7 +182,7 @@ def fault_disk(image, mount_point, *faults):
             _wait_until(lambda: os.path.ismount(mount_point) or process.poll() is not None)
             if not os.path.ismount(mount_point):
                 raise OSError(f"faultdisk does not mount (exit status {process.poll()})")
-            yield FaultDisk(mount_point)
+            yield FaultDisk(mount_point, process)
         finally:
             _stop(process, mount_point)
 
@@ -175,7 +191,10 @@ def fault_disk(image, mount_point, *faults):
 def fault_loop(image, mount_point, *faults):
     """As fault_disk, with a loop device over the disk: yields (device path, FaultDisk)."""
     with fault_disk(image, mount_point, *faults) as disk, loop(disk.disk) as device:
-        yield device, disk
+        try:
+            yield device, disk
+        finally:
+            disk.go_on()
 
 
 def drop_caches(*paths):

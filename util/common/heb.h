@@ -123,6 +123,11 @@ class HEBConsumer {
     /// when the process ends now; a bus that is stuck is not waited for.
     static void Retire(std::unique_ptr<HEBConsumer> consumer);
 
+    /// From here on retired consumers answer without a line in the log: for the end of a run, which
+    /// takes the log away while the bus may still deliver. Handlers at work are waited for as
+    /// `Retire` does.
+    static void SilenceRetired();
+
     const std::string& Name() const { return name_; }
 
     // One group of functions for each family: `Register` watches a pool or a volume, the static
@@ -244,6 +249,8 @@ class HEBConsumer {
     std::uint32_t Handle(HEBFamily family, EventBlock* event);
     std::uint32_t Answer(HEBFamily family, EventBlock* event);
     void AwaitHandlers() const;
+    struct RetiredConsumers;
+    static RetiredConsumers& Retired();
     static std::uint32_t HandleChange(const HEBFamilyFacts& facts, const Registration& registration,
                                       EventBlock* event);
 
@@ -252,4 +259,5 @@ class HEBConsumer {
     std::array<Slots, kHEBFamilies> slots_;
     bool offeredToBus_ = false;
     std::atomic<int> handling_{0};  ///< handlers at work
+    std::atomic<bool> silent_{false};
 };

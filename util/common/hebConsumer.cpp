@@ -38,6 +38,17 @@ std::string Heading(const char* position, const HEBFamilyFacts& facts) {
 
 }  // namespace
 
+struct HEBConsumer::RetiredConsumers {
+    std::mutex mutex;
+    std::vector<std::unique_ptr<HEBConsumer>> consumers;
+};
+
+/// Never freed: the bus's threads live as long as the process.
+HEBConsumer::RetiredConsumers& HEBConsumer::Retired() {
+    static RetiredConsumers& retired = *std::make_unique<RetiredConsumers>().release();
+    return retired;
+}
+
 HEBConsumer::HEBConsumer(const char* name) : name_(name) {}
 
 void HEBConsumer::Retire(std::unique_ptr<HEBConsumer> consumer) {
@@ -50,10 +61,18 @@ void HEBConsumer::Retire(std::unique_ptr<HEBConsumer> consumer) {
         }
     }
     consumer->AwaitHandlers();
-    static std::mutex mutex;
-    static auto& kept = *std::make_unique<std::vector<std::unique_ptr<HEBConsumer>>>().release();
-    const std::lock_guard lock(mutex);
-    kept.push_back(std::move(consumer));
+    RetiredConsumers& retired = Retired();
+    const std::lock_guard lock(retired.mutex);
+    retired.consumers.push_back(std::move(consumer));
+}
+
+void HEBConsumer::SilenceRetired() {
+    RetiredConsumers& retired = Retired();
+    const std::lock_guard lock(retired.mutex);
+    for (const auto& consumer : retired.consumers) {
+        consumer->silent_.store(true);
+        consumer->AwaitHandlers();
+    }
 }
 
 int HEBConsumer::Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired,
@@ -100,8 +119,9 @@ void HEBConsumer::AwaitHandlers() const {
 }
 
 std::uint32_t HEBConsumer::Handle(HEBFamily family, EventBlock* event) {
+    // Counted before the look at the flag: whoever sets it sees either that or this handler.
     handling_.fetch_add(1);
-    const std::uint32_t answer = Answer(family, event);
+    const std::uint32_t answer = silent_.load() ? kHEBAccept : Answer(family, event);
     handling_.fetch_sub(1);
     return answer;
 }

@@ -78,7 +78,6 @@ void OstrelVirtualFileServices::SwitchToDataStream(const char* dataStream) {
     }
     if (std::fflush(file_.get()) != 0) {
         LogSystemError("Unable to flush data 1");
-        return;
     }
     if (std::fseek(file_.get(), 0, SEEK_SET) != 0) {
         LogSystemError("Unable to fseek to 0 -- case 1");

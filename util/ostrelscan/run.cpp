@@ -9,6 +9,7 @@
 #include "util/common/clock.h"
 #include "util/common/errors.h"
 #include "util/common/fileDescriptor.h"
+#include "util/common/heb.h"
 #include "util/common/log.h"
 #include "util/ostrelscan/commandLine.h"
 #include "util/ostrelscan/programName.h"
@@ -68,6 +69,7 @@ std::optional<unsigned> RunLogged(int argc, char** argv, const RunSettings& sett
     LogHeader(argc, argv);
     LogCurrentTime(false);
     const std::optional<unsigned> status = RunDialogue(settings);
+    HEBConsumer::SilenceRetired();
     if (status) {
         LogCurrentTime(false);
         LogLine() << "</ostrelscan>\n";

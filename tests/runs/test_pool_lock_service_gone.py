@@ -1,0 +1,126 @@
+"""A service that stands still or dies keeps no run from its end, nor a dead run the service."""
+
+import contextlib
+import os
+import signal
+import time
+
+import pytest
+
+import servedrun
+from servedrun import ACCEPTED, POOL, finished
+
+MIDDLE = "2000"
+# The bus library gives a service five seconds; the rest is for a busy machine.
+BOUND = 20
+STOPPED, DEAD = 24999, 20008
+NOT_UNREGISTERED = ("util/common/heb[225] Could not unregister from HEB "
+                    "Could not unregister with HEB")
+
+
+@contextlib.contextmanager
+def standing_still(service):
+    service.process.send_signal(signal.SIGSTOP)
+    try:
+        yield
+    finally:
+        service.process.send_signal(signal.SIGCONT)
+
+
+@pytest.fixture
+def saving(serve, slow_device, tmp_path):
+    """A save that stands still in the middle of a scan file: (service, run, disk)."""
+    service = serve()
+    device, disk = slow_device(MIDDLE)
+    with service.save(tmp_path, device) as run:
+        disk.wait_for_pause()
+        run.wait_until_stuck()
+        yield service, run, disk
+        disk.go_on()
+
+
+def expect_end(run, disk, status, bus_status):
+    disk.go_on()
+    begin = time.monotonic()
+    assert run.wait_exit() == status
+    assert servedrun.elapsed(begin) < BOUND
+    at = run.body.index("In RunDumpMain(exit)")
+    told = [f"Could not unregister with HEB.  HEN returned status {bus_status:x}", NOT_UNREGISTERED]
+    assert run.body[at - 2:at] == told
+
+
+def test_a_save_ends_well_beside_a_service_that_stands_still(saving, sample):
+    service, run, disk = saving
+    with standing_still(service):
+        expect_end(run, disk, 0, STOPPED)
+        (saved,) = servedrun.history(run.body)
+        assert saved[1] == "0"
+    assert service.holds_nothing()
+
+
+def test_a_save_ends_well_beside_a_service_that_died(saving):
+    service, run, disk = saving
+    service.kill()
+    expect_end(run, disk, 0, DEAD)
+    assert servedrun.history(run.body)[0][1] == "0"
+
+
+def test_a_held_change_ends_the_save_of_a_service_that_stands_still(saving):
+    service, run, disk = saving
+    change = service.change("active", "--forced")
+    run.wait_for_line(ACCEPTED)
+    with standing_still(service):
+        expect_end(run, disk, 1, STOPPED)
+        assert run.failed_with(20826)
+    assert finished(change)[0] == 0 and service.pool_state() == "active"
+    assert service.holds_nothing()
+
+
+def test_a_held_change_ends_the_save_of_a_service_that_died(saving):
+    service, run, disk = saving
+    change = service.change("active", "--forced")
+    run.wait_for_line(ACCEPTED)
+    service.kill()
+    expect_end(run, disk, 1, DEAD)
+    assert run.failed_with(20826)
+    assert finished(change)[0] == 2
+
+
+def test_a_service_that_comes_back_knows_nothing_of_a_save(saving, serve):
+    service, run, disk = saving
+    service.kill()
+    again = serve(socket=service.socket)
+    assert "OSTREL" not in again.control("state", POOL, "active")
+    disk.go_on()
+    assert run.wait_exit() == 0
+    assert again.exchange_kinds() == ["state"]
+
+
+def test_a_service_that_stands_still_for_a_while_is_not_missed(saving):
+    service, run, disk = saving
+    with standing_still(service):
+        time.sleep(0.3)
+    disk.go_on()
+    assert run.wait_exit() == 0
+    assert service.holds_nothing() and service.exchange_kinds() == servedrun.HELD_RUN
+
+
+def test_a_run_that_is_killed_holds_nothing(saving):
+    service, run, disk = saving
+    change = service.change("active", "--forced")
+    run.wait_for_line(ACCEPTED)
+    os.kill(run.pid, signal.SIGKILL)
+    disk.go_on()
+    status, words = finished(change)
+    assert status == 0 and words.startswith("  OSTREL.PoolLock is gone\n")
+    assert service.holds_nothing() and service.pool_state() == "active"
+
+
+def test_a_slow_question_after_a_run_was_killed_leaves_no_open_file(serve, device, tmp_path):
+    service = serve()
+    service.control("fault", "slow", "60000")
+    with service.save(tmp_path, device) as run:
+        assert servedrun.wait_until(lambda: service.traced("reply"))
+        os.kill(run.pid, signal.SIGKILL)
+        assert run.terminal.wait_exit(20) == -signal.SIGKILL
+    assert service.holds_nothing()
