@@ -35,7 +35,7 @@ void Store(std::array<char, 120>& record, std::size_t offset, const Value& value
 
 std::uint32_t OnEvent(void* block) {
     Context* context = nullptr;
-    std::memcpy(&context, static_cast<const char*>(block) + 96, sizeof context);
+    std::memcpy(&context, static_cast<const char*>(block) + 96, sizeof(void*));
     if (context->removed) {
         context->late = true;
     }
@@ -46,9 +46,9 @@ std::uint32_t OnEvent(void* block) {
 unsigned long long Register(Context& context) {
     std::array<char, 120> record{};
     Store(record, 0, std::uint32_t{1});
-    Store(record, 8, kConsumer);
-    Store(record, 16, kEvent);
-    Store(record, 24, &context);
+    Store(record, 8, reinterpret_cast<std::uintptr_t>(kConsumer));
+    Store(record, 16, reinterpret_cast<std::uintptr_t>(kEvent));
+    Store(record, 24, reinterpret_cast<std::uintptr_t>(&context));
     Store(record, 48, &OnEvent);
     Store(record, 96, &OnEvent);
     Store(record, 104, std::uint32_t{3});

@@ -109,6 +109,8 @@ def test_bad_blocks_come_and_go_while_the_device_is_in_use(served, loop):
     device = os.open(loop, os.O_RDONLY | os.O_DIRECT)
     served.control("bad", "P", "none")
     assert bad_blocks(device) == []
+    served.control("bad", "P", "5,9")
+    assert bad_blocks(device) == [5, 9]
     os.close(device)
 
 
@@ -121,12 +123,33 @@ def test_writes_and_reads_can_fail_apart(served):
     assert failure.value.errno == errno.EIO
     served.control("bad", "P", "4", "read")
     assert os.pwrite(device, b"x" * BLOCK, 3 * BLOCK) == BLOCK
-    os.close(device)
-    uncached = open_device(served, os.O_RDONLY)
     with pytest.raises(OSError) as failure:
-        os.pread(uncached, BLOCK, 4 * BLOCK)
+        os.pread(device, BLOCK, 4 * BLOCK)
     assert failure.value.errno == errno.EIO
-    os.close(uncached)
+    os.close(device)
+
+
+def test_writes_through_a_loop_device_reach_the_image_or_fail(served, loop, image):
+    device = os.open(loop, os.O_RDWR | os.O_DIRECT)
+    buffer = mmap.mmap(-1, BLOCK)
+    buffer.write(b"y" * BLOCK)
+    assert os.pwritev(device, [buffer], 8 * BLOCK) == BLOCK
+    with pytest.raises(OSError) as failure:
+        os.pwritev(device, [buffer], 70 * BLOCK)
+    assert failure.value.errno == errno.EIO
+    os.fsync(device)
+    os.close(device)
+    with image.open("rb") as file:
+        file.seek(8 * BLOCK)
+        assert file.read(BLOCK) == b"y" * BLOCK
+        file.seek(70 * BLOCK)
+        assert struct.unpack("<Q", file.read(8))[0] == 70
+
+
+def test_a_buffered_reader_of_the_loop_device_sees_every_good_byte(served, loop, image):
+    served.control("bad", "P", "none")
+    with open(loop, "rb") as device:
+        assert device.read() == image.read_bytes()
 
 
 def test_a_pool_without_an_image_has_no_device(start):

@@ -2,15 +2,30 @@
 
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "util/common/log.h"
 
-/// Takes the run log while it lives.
+namespace support {
+
+/// Keeps what is logged while it lives, in hexadecimal as a run's log is.
 class CapturedLog {
   public:
-    std::string Text() const { return text_.str(); }
+    /// Only while nobody logs.
+    std::string Text() const { return buffer_.str(); }
+
+    std::vector<std::string> Lines() const {
+        std::istringstream text(Text());
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(text, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
 
   private:
-    std::stringbuf text_;
-    LogRedirection redirection_{text_};
+    std::stringbuf buffer_;
+    LogRedirection redirection_{buffer_};
 };
+
+}  // namespace support

@@ -72,6 +72,13 @@ class _Screen(pyte.Screen):
     def repeat_character(self, count=1):
         self.draw(self._last_drawn * max(count, 1))
 
+    def erase_in_display(self, how=0, *args, **kwargs):
+        """As pyte does, but for cells too that were never drawn: they take the colours."""
+        for row in range(self.lines):
+            line = self.buffer[row]
+            line.update({column: line[column] for column in range(self.columns)})
+        super().erase_in_display(how, *args, **kwargs)
+
     def set_mode(self, *modes, **kwargs):
         if kwargs.get("private") and ALTERNATE_SCREEN & set(modes) and self._main is None:
             self._main = (copy.deepcopy(self.buffer), copy.copy(self.cursor))

@@ -57,10 +57,11 @@ inline constexpr std::uint64_t VOLMODE_USER_ABORTABLE = 8;
 struct HEBRename {
     unsigned char reserved0[24];
     GUID_t guid;
+    unsigned char reserved40[16];  ///< where a deletion has its new GUID
     const char16_t* oldName;
     const char16_t* newName;
 };
-static_assert(offsetof(HEBRename, guid) == 24 && offsetof(HEBRename, oldName) == 40);
+static_assert(offsetof(HEBRename, guid) == 24 && offsetof(HEBRename, oldName) == 56);
 
 /// Event data of a deletion and of a change of identifiers; a finished deletion has the new GUID.
 struct HEBIdentity {

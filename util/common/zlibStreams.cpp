@@ -1,14 +1,13 @@
 #include "util/common/zlibStreams.h"
 
 #include <stdexcept>
-#include <string>
 
 #include "util/common/log.h"
 
 Deflater::Deflater(int level) {
     const int result = deflateInit(&stream_, level);
     if (result != Z_OK) {
-        LogLine() << "deflateInit error: " << std::to_string(result) << '\n';
+        LogLine() << "deflateInit error: " << result << '\n';
         throw std::invalid_argument("deflateInit is not happy");
     }
     EmptyOutput();
@@ -17,7 +16,7 @@ Deflater::Deflater(int level) {
 Deflater::~Deflater() {
     const int result = deflateEnd(&stream_);
     if (result != Z_OK) {
-        LogLine() << "deflateEnd error: " << std::to_string(result) << '\n';
+        LogLine() << "deflateEnd error: " << result << '\n';
     }
 }
 

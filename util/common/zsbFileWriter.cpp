@@ -146,7 +146,7 @@ int ZSBFile::ByteStreamCompressionAndWrite(const unsigned char* data, unsigned l
                 return status;
             }
         } else if (result != Z_OK && result != Z_BUF_ERROR) {
-            LogLine() << "util/common/zsbFile[323] Deflate error: " << std::to_string(result)
+            LogLine() << "util/common/zsbFile[323] Deflate error: " << result
                       << '\n';
             QuadAndBlockErrorSet(result);
             return result;
@@ -186,7 +186,7 @@ int ZSBFile::DataWriteFlush() {
     for (int result = Z_OK; compress && result != Z_STREAM_END;) {
         result = deflater->Run(Z_FINISH);
         if (result != Z_OK && result != Z_STREAM_END) {
-            LogLine() << " Deflate should report Z_STREAM_END instead " << std::to_string(result)
+            LogLine() << " Deflate should report Z_STREAM_END instead " << result
                       << '\n';
             return result;
         }
@@ -215,7 +215,7 @@ int ZSBFile::CreateCloseCompression() {
     }
     const int result = deflater->Reset();
     if (result != Z_OK) {
-        LogLine() << "deflateReset error: " << std::to_string(result) << '\n';
+        LogLine() << "deflateReset error: " << result << '\n';
     }
     return status;
 }

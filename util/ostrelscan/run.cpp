@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -5,6 +8,7 @@
 
 #include "util/common/clock.h"
 #include "util/common/errors.h"
+#include "util/common/fileDescriptor.h"
 #include "util/common/log.h"
 #include "util/ostrelscan/commandLine.h"
 #include "util/ostrelscan/programName.h"
@@ -13,6 +17,16 @@
 namespace {
 
 constexpr const char* kLogName = "ostrelscan.log";
+
+/// A standard stream that the caller closed would lend its number to the log or the device, and the
+/// screen would be written there.
+void OccupyStandardStreams() {
+    FileDescriptor spare(open("/dev/null", O_RDWR | O_CLOEXEC));
+    while (spare.IsOpen() && spare.Get() <= STDERR_FILENO) {
+        spare.Release();
+        spare = FileDescriptor(open("/dev/null", O_RDWR | O_CLOEXEC));
+    }
+}
 
 /// Whether the log can be written; it is tried before anything is redirected to it.
 bool ProbeLog() {
@@ -85,6 +99,7 @@ std::optional<unsigned> RunDialogue(const RunSettings& settings) {
 }
 
 int RunProgram(int argc, char** argv) {
+    OccupyStandardStreams();
     RunSettings settings;
     if (const std::optional<int> ended = ParseCommandLine(argc, argv, settings)) {
         return *ended;

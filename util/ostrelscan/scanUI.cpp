@@ -87,19 +87,23 @@ unsigned UserInterface::RunDump(const char* path, const char* device, const char
     return static_cast<unsigned>(engine.Result());
 }
 
+/// Follows the pass until it has finished, and shows how it ended.
 void UserInterface::WatchDump(ScanEngine& engine, BlockSelector& selector,
                               const DumpOptions& options) {
     bool measured = false;
-    while (!engine.Finished()) {
+    const auto show = [&](bool final) {
         if (!measured && engine.BlocksInPool() != 0) {
             measured = true;
             DisplayHeaderDump(engine.BlocksInPool(), options.poolName, options.path,
                               options.compress);
         }
-        DisplayDumpState(engine, selector, false);
+        DisplayDumpState(engine, selector, final);
+    };
+    while (!engine.Finished()) {
+        show(false);
         Ostrel::LB_delay(kPollMilliseconds);
     }
-    DisplayDumpState(engine, selector, true);
+    show(true);
 }
 
 void UserInterface::DisplayDumpState(ScanEngine& engine, BlockSelector& selector, bool final) {

@@ -10,6 +10,8 @@
 #include <initializer_list>
 #include <stdexcept>
 
+#include "util/ostrelscan/screenTerminal.h"
+
 namespace {
 
 constexpr int kPadRows = 100;
@@ -176,8 +178,10 @@ void OutputToScreenWithPointer(WINDOW* window, const char* format, va_list argum
     ShowPad(window);
 }
 
-// newterm is initscr without its habit of ending the process where there is no terminal.
-ScreenInterface::ScreenInterface() : screen_(newterm(nullptr, stdout, stdin)) {
+// newterm is initscr without its habit of ending the process where there is no terminal. It is not
+// asked for an unknown one, since it would keep what it made before it failed.
+ScreenInterface::ScreenInterface()
+    : screen_(TerminalIsKnown() ? newterm(nullptr, stdout, stdin) : nullptr) {
     if (screen_ == nullptr) {
         throw std::runtime_error("The terminal is unknown");
     }

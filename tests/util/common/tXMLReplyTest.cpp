@@ -68,7 +68,7 @@ class ReplyCheck : public testing::TestWithParam<CheckRow> {
         return ThrownBy([&] { GetParam().check(ReplyWith(GetParam().path, result)); });
     }
 
-    CapturedLog log_;
+    support::CapturedLog log_;
 };
 
 TEST_P(ReplyCheck, LetsASuccessPass) {

@@ -283,7 +283,7 @@ TEST(WhiteSpace, CursorStopsAtTheEnd) {
 }
 
 TEST(Display, LogsTheTextAsOneLine) {
-    const CapturedLog log;
+    const support::CapturedLog log;
     const ExactText text("<a>1</a>");
     TXML::XML_Display(text.begin(), text.end());
     EXPECT_EQ(log.Text(), "<a>1</a>\n");

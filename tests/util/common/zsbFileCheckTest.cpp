@@ -46,7 +46,7 @@ class ZSBFileCheck : public testing::Test {
 
     support::TemporaryDirectory directory_;
     const std::string path_ = directory_.File("image.ZRB");
-    CapturedLog log_;
+    support::CapturedLog log_;
     ZSBFile file_{directory_.Path().c_str(), nullptr, false, nullptr, false, 0, 0, -1, 10'485'760};
     QuadAndBlock_s found_{};
     const std::vector<TestRecord> records_{MakeTestRecord(3), MakeTestRecord(7, "BRCH"),

@@ -87,7 +87,7 @@ class DamagedFile : public testing::Test {
 
     support::TemporaryDirectory directory_;
     const std::string path_ = directory_.File("image.ZRB");
-    CapturedLog log_;
+    support::CapturedLog log_;
     const std::vector<TestRecord> records_ = TwoRecords();
 };
 

@@ -79,7 +79,7 @@ class ZSBFileReader : public testing::Test {
     }
 
     support::TemporaryDirectory directory_;
-    CapturedLog log_;
+    support::CapturedLog log_;
     std::unique_ptr<ZSBFile> file_ = MakeReader(directory_.Path());
     const std::vector<TestRecord> records_{MakeTestRecord(3), MakeTestRecord(7, "BRCH")};
 };

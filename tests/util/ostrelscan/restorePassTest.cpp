@@ -120,7 +120,7 @@ class RestorePass : public testing::Test {
     std::string pool_ = "DATA";
     std::string path_ = directory_.Path();
     RestoreOptions options_{nullptr, nullptr, nullptr};
-    CapturedLog log_;
+    support::CapturedLog log_;
     BlockSelector selector_;
     ScanEngine engine_{true, false};
     const std::vector<TestRecord> records_{MakeTestRecord(0), MakeTestRecord(1, "SPB5"),

@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/capturedLog.h"
+#include "util/common/log.h"
+
+namespace {
+
+TEST(LogRedirection, SendsStandardErrorToItsTargetAndGivesTheOldBufferAndFlagsBack) {
+    std::streambuf* const oldBuffer = std::cerr.rdbuf();
+    const std::ios_base::fmtflags oldFlags = std::cerr.flags();
+    std::stringbuf target;
+    {
+        const LogRedirection redirection(target);
+        EXPECT_NE(std::cerr.rdbuf(), oldBuffer);
+        std::cerr << "line " << 255 << '\n' << std::uppercase << std::showbase;
+    }
+    EXPECT_EQ(std::cerr.rdbuf(), oldBuffer);
+    EXPECT_EQ(std::cerr.flags(), oldFlags);
+    EXPECT_EQ(target.str(), "line ff\n");
+}
+
+TEST(LogRedirection, TakesSingleCharactersAndFlushes) {
+    std::stringbuf target;
+    const LogRedirection redirection(target);
+    std::cerr.put('x');
+    std::cerr << std::endl;
+    EXPECT_EQ(target.str(), "x\n");
+    EXPECT_TRUE(std::cerr.good());
+}
+
+/// Counts the flushes that reach a log file.
+class FlushCounter : public std::stringbuf {
+  public:
+    int flushes = 0;
+
+  protected:
+    int sync() override {
+        ++flushes;
+        return 0;
+    }
+};
+
+TEST(LogRedirection, FlushesEveryEntryAtOnce) {
+    FlushCounter target;
+    const LogRedirection redirection(target);
+    LogLine() << "one entry\n";
+    EXPECT_EQ(target.str(), "one entry\n");
+    EXPECT_GE(target.flushes, 1);
+}
+
+TEST(LogLine, TakesTheNumberBaseOfTheLogAndLeavesItAlone) {
+    const support::CapturedLog log;
+    LogLine() << 4104 << '\n';
+    LogLine() << std::dec << 4104 << '\n';
+    LogLine() << 4104 << '\n';
+    std::cerr << std::dec;
+    LogLine() << std::hex << 4104 << '\n';
+    LogLine() << 4104 << '\n';
+    EXPECT_EQ(log.Text(), "1008\n4104\n1008\n1008\n4104\n");
+}
+
+TEST(LogLine, TakesTheBaseWhenItIsMade) {
+    const support::CapturedLog log;
+    {
+        LogLine line;
+        std::cerr << std::dec;
+        line << 16;
+    }
+    EXPECT_EQ(log.Text(), "10");
+}
+
+TEST(LogLine, IsHandedOverWholeWhenItEnds) {
+    const support::CapturedLog log;
+    {
+        LogLine line;
+        line << "first ";
+        LogLine() << "second\n";
+        line << "half\n";
+    }
+    EXPECT_EQ(log.Text(), "second\nfirst half\n");
+}
+
+TEST(LogLine, OfSeveralThreadsIsNeverTorn) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 500;
+    const support::CapturedLog log;
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < kThreads; ++writer) {
+        writers.emplace_back([writer] {
+            for (int i = 0; i < kLines; ++i) {
+                LogLine() << "writer " << writer << " says " << i << " of "
+                          << std::string(40, static_cast<char>('a' + writer)) << '\n';
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    std::map<int, int> next;
+    std::istringstream text(log.Text());
+    for (std::string line; std::getline(text, line);) {
+        std::istringstream words(line);
+        std::string word;
+        int writer = -1;
+        words >> word >> std::hex >> writer;
+        std::ostringstream expected;
+        expected << std::hex << "writer " << writer << " says " << next[writer]++ << " of "
+                 << std::string(40, static_cast<char>('a' + writer));
+        ASSERT_EQ(line, expected.str());
+    }
+    ASSERT_EQ(next.size(), static_cast<std::size_t>(kThreads));
+    for (const auto& [writer, lines] : next) {
+        EXPECT_EQ(lines, kLines) << writer;
+    }
+}
+
+TEST(LogSystemError, NamesTheSystemsReasonAndReturnsItsStatus) {
+    const support::CapturedLog log;
+    errno = ENOSPC;
+    EXPECT_EQ(LogSystemError("ZSBFile::Write:"), 0x22BA5000 + 28);
+    EXPECT_EQ(log.Text(), "ZSBFile::Write:: No space left on device\n");
+}
+
+}  // namespace

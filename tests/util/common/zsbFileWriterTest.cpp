@@ -1,0 +1,696 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/capturedLog.h"
+#include "tests/support/fileSizeLimit.h"
+#include "tests/support/openFiles.h"
+#include "tests/support/poolBlocks.h"
+#include "tests/support/scanFileParts.h"
+#include "tests/support/temporaryDirectory.h"
+#include "util/common/clock.h"
+#include "util/common/zsbFile.h"
+
+namespace {
+
+using support::ScanFileParts;
+using ::testing::HasSubstr;
+
+constexpr int kSystemError = 0x22BA5000;
+constexpr GUID_t kScanID{0x01020304, 0x0506, 0x0708, 0x89, 0x0a, {11, 12, 13, 14, 15, 16}};
+constexpr unsigned long long kSplit = 10'485'760;
+
+/// How a writer is made; a test changes what it is about.
+struct Settings {
+    std::string poolName = "DATA";
+    bool bypass = true;
+    bool compress = false;
+    int setNumber = 0;
+    unsigned long long poolBlocks = 4096;
+    int level = -1;
+    unsigned long long limit = kSplit;
+};
+
+/// The complement of the usual CRC-32, since the register is stored as it stands.
+std::uint32_t RegisterOver(const std::string& records) {
+    const uLong crc =
+        crc32(0, reinterpret_cast<const Bytef*>(records.data()), static_cast<uInt>(records.size()));
+    return ~static_cast<std::uint32_t>(crc);
+}
+
+class Writer : public testing::Test {
+  protected:
+    std::unique_ptr<ZSBFile> Make(const Settings& settings = {}) {
+        return std::make_unique<ZSBFile>(directory_.Path().c_str(), &settings.poolName,
+                                         settings.bypass, &kScanID, settings.compress,
+                                         settings.setNumber, settings.poolBlocks, settings.level,
+                                         settings.limit);
+    }
+
+    /// Appends a record and remembers it.
+    int Append(ZSBFile& file, std::uint64_t number, const std::string& block) {
+        const std::string bytes = support::MakeRecord(number, block);
+        records_ += bytes;
+        std::memcpy(&record_, bytes.data(), bytes.size());
+        return file.QuadAndBlockWrite(&record_);
+    }
+
+    int Close(ZSBFile& file, unsigned long* crc = nullptr) {
+        return file.CreateClose(false, false, false, false, crc);
+    }
+
+    ScanFileParts Parts(const std::string& name) const { return ScanFileParts(Path(name)); }
+    std::string Path(const std::string& name) const { return directory_.File(name); }
+
+    /// Makes every write to the file of this name fail for want of space.
+    void FillDisk(const std::string& name) {
+        std::filesystem::create_symlink("/dev/full", Path(name));
+    }
+
+    support::TemporaryDirectory directory_;
+    support::CapturedLog log_;
+    std::string records_;
+    QuadAndBlock_s record_{};
+};
+
+std::string ThrownBy(const char* path, const std::string* poolName, int level, bool compress) {
+    try {
+        const ZSBFile file(path, poolName, true, &kScanID, compress, 0, 0, level, kSplit);
+    } catch (const std::invalid_argument& failure) {
+        return failure.what();
+    }
+    return "nothing";
+}
+
+TEST_F(Writer, AcceptsAPoolNameOf63CharactersAndRefuses64) {
+    const std::string longest(63, 'P');
+    const std::string tooLong(64, 'P');
+    EXPECT_EQ(ThrownBy("./", &longest, -1, false), "nothing");
+    EXPECT_EQ(ThrownBy("./", &tooLong, -1, false), "Poolname is too long");
+}
+
+TEST_F(Writer, AcceptsAPathOf511CharactersAndRefuses512) {
+    const std::string longest(511, '/');
+    const std::string tooLong(512, '/');
+    EXPECT_EQ(ThrownBy(longest.c_str(), nullptr, -1, false), "nothing");
+    EXPECT_EQ(ThrownBy(tooLong.c_str(), nullptr, -1, false),
+              "strlen( zsbFilePath ) >= sizeof( ZF_Path )");
+}
+
+TEST_F(Writer, AcceptsLevelsUpTo9AndRefuses10) {
+    for (int level = -1; level <= 9; ++level) {
+        EXPECT_EQ(ThrownBy("./", nullptr, level, true), "nothing") << level;
+    }
+    for (const bool compress : {false, true}) {
+        EXPECT_EQ(ThrownBy("./", nullptr, 10, compress),
+                  "(compSpeed > Z_BEST_COMPRESSION) || (compSpeed != Z_DEFAULT_COMPRESSION)");
+    }
+}
+
+TEST_F(Writer, LeavesLevelsBelowMinus1ToZlib) {
+    EXPECT_EQ(ThrownBy("./", nullptr, -2, false), "nothing");
+    EXPECT_EQ(ThrownBy("./", nullptr, -2, true), "deflateInit is not happy");
+    EXPECT_THAT(log_.Text(), HasSubstr("deflateInit error: fffffffe\n"));
+}
+
+TEST_F(Writer, ChecksThePoolNameBeforeThePathBeforeTheLevel) {
+    const std::string name(64, 'P');
+    const std::string path(512, '/');
+    EXPECT_EQ(ThrownBy(path.c_str(), &name, 10, false), "Poolname is too long");
+    EXPECT_EQ(ThrownBy(path.c_str(), nullptr, 10, false),
+              "strlen( zsbFilePath ) >= sizeof( ZF_Path )");
+}
+
+TEST_F(Writer, WarnsOfAnyZlibButTheExpectedOne) {
+    Make();
+    const bool expected = std::string(zlibVersion()) == "1.2.11";
+    EXPECT_EQ(log_.Text(), expected ? "" : "warning: different zlib version\n");
+}
+
+TEST_F(Writer, NamesTheFileOfASet) {
+    const struct {
+        const char* name;
+        int set;
+        bool compress;
+        bool zsb;
+    } rows[] = {{"T0000000.ZSB", 0, false, true},
+                {"T0700000.ZRB", 7, false, false},
+                {"C4200000.ZSB", 42, true, true},
+                {"C9900000.ZRB", 99, true, false}};
+    for (const auto& row : rows) {
+        const auto file = Make({.compress = row.compress, .setNumber = row.set});
+        ASSERT_EQ(file->CreateNext(row.zsb), 0);
+        std::string name;
+        file->CurrentFullName(name);
+        EXPECT_EQ(name, Path(row.name));
+        EXPECT_EQ(file->IsZSB(), row.zsb);
+        EXPECT_TRUE(std::filesystem::exists(Path(row.name)));
+    }
+}
+
+TEST_F(Writer, NamesFile12OfSet3C0300012) {
+    const auto file = Make({.compress = true, .setNumber = 3});
+    for (int number = 0; number < 12; ++number) {
+        ASSERT_EQ(file->CreateNext(true), 0);
+        ASSERT_EQ(Close(*file), 0);
+    }
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("C0300012.ZSB").FileNumber(), 12U);
+    EXPECT_FALSE(std::filesystem::exists(Path("C0300013.ZSB")));
+}
+
+TEST_F(Writer, PutsThePrefixBeforeTheNameUntilItIsCleared) {
+    const auto file = Make();
+    EXPECT_STREQ(file->AppendNameSet("copy-"), "copy-");
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_TRUE(std::filesystem::exists(Path("copy-T0000000.ZSB")));
+    file->AppendNameClear();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    EXPECT_TRUE(std::filesystem::exists(Path("T0000001.ZSB")));
+}
+
+TEST_F(Writer, AcceptsAPrefixOf31CharactersAndRefuses32) {
+    const auto file = Make();
+    const std::string longest(31, 'p');
+    EXPECT_EQ(file->AppendNameSet(longest.c_str()), longest);
+    try {
+        file->AppendNameSet(std::string(32, 'p').c_str());
+        ADD_FAILURE() << "accepted";
+    } catch (const std::invalid_argument& failure) {
+        EXPECT_STREQ(failure.what(), "Append portion is too long");
+    }
+    ASSERT_EQ(file->CreateNext(true), 0);
+    EXPECT_TRUE(std::filesystem::exists(Path(longest + "T0000000.ZSB")));
+}
+
+TEST_F(Writer, UsesThePathAsItStands) {
+    const std::string prefix = Path("set-");
+    const std::string pool = "DATA";
+    ZSBFile file(prefix.c_str(), &pool, true, &kScanID, false, 0, 0, -1, kSplit);
+    ASSERT_EQ(file.CreateNext(true), 0);
+    EXPECT_TRUE(std::filesystem::exists(Path("set-T0000000.ZSB")));
+}
+
+TEST_F(Writer, RefusesASetNumberThatNoNameHolds) {
+    for (const int set : {100, -1}) {
+        const auto file = Make({.setNumber = set});
+        EXPECT_EQ(file->CreateNext(true), 20008);
+        EXPECT_FALSE(file->HasName());
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
+}
+
+TEST_F(Writer, HasNoNameBeforeTheFirstFileAndAfterAClose) {
+    const auto file = Make();
+    const auto thrown = [&file](auto&& call) -> std::string {
+        try {
+            call();
+        } catch (const std::runtime_error& failure) {
+            return failure.what();
+        }
+        return "nothing";
+    };
+    std::string name;
+    const auto expectNone = [&] {
+        EXPECT_EQ(thrown([&] { file->CurrentFullName(name); }),
+                  "No valid ZSB filename available at this time");
+        EXPECT_EQ(thrown([&] { file->IsZSB(); }), "No valid filename available at this time");
+    };
+    expectNone();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    EXPECT_NO_THROW(file->CurrentFullName(name));
+    ASSERT_EQ(Close(*file), 0);
+    expectNone();
+}
+
+TEST_F(Writer, WritesTheHeaderOfAnEmptyFileAtCreation) {
+    const std::int64_t before = Ostrel::GetUTCTime();
+    const auto file = Make({.poolBlocks = 0x0102030405060708});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    const ScanFileParts parts = Parts("T0000000.ZSB");
+    ASSERT_EQ(parts.Bytes().size(), 660U);
+    EXPECT_EQ(parts.Signature(), "SCAN");
+    EXPECT_EQ(parts.Version(), 2U);
+    EXPECT_EQ(parts.Revision(), 1U);
+    EXPECT_GE(parts.CreateTime(), static_cast<std::uint64_t>(before));
+    EXPECT_LE(parts.CreateTime(), static_cast<std::uint64_t>(Ostrel::GetUTCTime()));
+    EXPECT_EQ(parts.CloseTime(), 0U);
+    EXPECT_EQ(parts.ScanID(), std::string("\x04\x03\x02\x01\x06\x05\x08\x07\x89\x0a"
+                                          "\x0b\x0c\x0d\x0e\x0f\x10",
+                                          16));
+    EXPECT_EQ(parts.PoolBlocks(), 0x0102030405060708U);
+    EXPECT_EQ(parts.FileEof(), 660U);
+    EXPECT_EQ(parts.DataBytes(), 660U);
+    EXPECT_EQ(parts.Crc(), 0xFFFFFFFFU);
+    EXPECT_EQ(parts.Flags(), 0x200U);
+    EXPECT_EQ(parts.FileNumber(), 0U);
+    EXPECT_EQ(parts.CompressionLevel(), 0xFFFFFFFFU);
+    EXPECT_EQ(parts.VersionMajor(), 1U);
+    EXPECT_EQ(parts.VersionMinor(), 1U);
+    EXPECT_EQ(parts.Reserved(), std::string(68, '\0'));
+    EXPECT_EQ(parts.PoolName(), std::string("D\0A\0T\0A\0", 8) + std::string(504, '\0'));
+    EXPECT_EQ(parts.Trailer(), "SCAN");
+}
+
+TEST_F(Writer, FlagsAFileAtCreationByCompressionAndBypassAlone) {
+    const struct {
+        bool compress;
+        bool bypass;
+        std::uint64_t flags;
+    } rows[] = {{false, false, 0}, {false, true, 0x200}, {true, false, 0x041}, {true, true, 0x241}};
+    for (const auto& row : rows) {
+        const auto file = Make({.bypass = row.bypass, .compress = row.compress});
+        ASSERT_EQ(file->CreateNext(true), 0);
+        EXPECT_EQ(Parts(row.compress ? "C0000000.ZSB" : "T0000000.ZSB").Flags(), row.flags);
+    }
+}
+
+TEST_F(Writer, WidensEachByteOfThePoolName) {
+    const auto file = Make({.poolName = std::string(62, 'N') + "\xE9"});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    std::string expected;
+    for (int i = 0; i < 62; ++i) {
+        expected += std::string("N\0", 2);
+    }
+    expected += std::string("\xE9\0", 2) + std::string(512 - 126, '\0');
+    EXPECT_EQ(Parts("T0000000.ZSB").PoolName(), expected);
+}
+
+TEST_F(Writer, GeneratesAScanIDAndNamesNoPoolWhenItIsOnlyToRead) {
+    ZSBFile file(directory_.Path().c_str(), nullptr, false, nullptr, false, 0, 0, -1, kSplit);
+    ASSERT_EQ(file.CreateNext(false), 0);
+    GUID_t scanID{};
+    file.SFHGet_ScanID(&scanID);
+    EXPECT_EQ(Ostrel::LB_GUIDValidate(&scanID), 1);
+    const ScanFileParts parts = Parts("T0000000.ZRB");
+    std::string name;
+    for (const char unit : std::string("TheDefaultPoolNameForRead")) {
+        name += std::string{unit, '\0'};
+    }
+    EXPECT_EQ(parts.PoolName().substr(0, name.size() + 2), name + std::string(2, '\0'));
+    EXPECT_EQ(std::memcmp(parts.ScanID().data(), &scanID, 16), 0);
+}
+
+TEST_F(Writer, CopiesTheHeaderImage) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ScanFileHeader_s header{};
+    EXPECT_EQ(file->CopyZSBHeader(&header), 0);
+    EXPECT_EQ(std::memcmp(&header, Parts("T0000000.ZSB").Bytes().data(), 660), 0);
+}
+
+TEST_F(Writer, PutsRawRecordsOneBehindTheOther) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    ASSERT_EQ(Append(*file, 0x123456789A, support::NoiseBlock(2)), 0);
+    unsigned long crc = 0;
+    ASSERT_EQ(file->CreateClose(true, false, false, false, &crc), 0);
+    const ScanFileParts parts = Parts("T0000000.ZSB");
+    EXPECT_EQ(parts.Data(), records_);
+    EXPECT_EQ(parts.FileEof(), 660U + 2 * 4104);
+    EXPECT_EQ(parts.DataBytes(), 660U + 2 * 4104);
+    EXPECT_EQ(parts.Crc(), RegisterOver(records_));
+    EXPECT_EQ(crc, RegisterOver(records_));
+    EXPECT_EQ(parts.Flags(), 0x202U);
+    EXPECT_GE(parts.CloseTime(), parts.CreateTime());
+    EXPECT_EQ(parts.Reserved(), std::string(68, '\0'));
+    EXPECT_EQ(parts.Trailer(), "SCAN");
+}
+
+TEST_F(Writer, WritesEachRawRecordAtOnce) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").Data(), records_);
+    EXPECT_EQ(Parts("T0000000.ZSB").DataBytes(), 660U);
+}
+
+TEST_F(Writer, CompressesTheRecordsOfAFileIntoOneStream) {
+    const auto file = Make({.compress = true});
+    for (const char* name : {"C0000000.ZSB", "C0000001.ZSB"}) {
+        records_.clear();
+        ASSERT_EQ(file->CreateNext(true), 0);
+        for (unsigned i = 0; i < 20; ++i) {
+            ASSERT_EQ(
+                Append(*file, i, i % 2 == 0 ? support::NoiseBlock(i) : support::MakeBlock("")), 0);
+        }
+        ASSERT_EQ(Close(*file), 0);
+        const ScanFileParts parts = Parts(name);
+        EXPECT_EQ(parts.InflatedData(), records_);
+        EXPECT_EQ(parts.FileEof(), parts.Bytes().size());
+        EXPECT_EQ(parts.DataBytes(), 660U + 20 * 4104);
+        EXPECT_LT(parts.FileEof(), parts.DataBytes());
+        EXPECT_EQ(parts.Crc(), RegisterOver(records_));
+        EXPECT_EQ(parts.Flags(), 0x241U);
+    }
+}
+
+TEST_F(Writer, CompressesAtTheLevelItWasGiven) {
+    const struct {
+        int level;
+        std::uint64_t stored;
+        char streamHeader;
+    } rows[] = {{-1, 0xFFFFFFFF, '\x9C'}, {0, 0, '\x01'}, {9, 9, '\xDA'}};
+    for (const auto& row : rows) {
+        const auto file = Make({.compress = true, .level = row.level});
+        ASSERT_EQ(file->CreateNext(true), 0);
+        ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+        ASSERT_EQ(Close(*file), 0);
+        const ScanFileParts parts = Parts("C0000000.ZSB");
+        EXPECT_EQ(parts.CompressionLevel(), row.stored);
+        EXPECT_EQ(parts.Data()[0], '\x78');
+        EXPECT_EQ(parts.Data()[1], row.streamHeader) << row.level;
+    }
+}
+
+TEST_F(Writer, HandsCompressedBytesOnInWholeBuffersOfItsOwn) {
+    const auto file = Make({.compress = true, .level = 0});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    for (unsigned i = 0; i < 40; ++i) {
+        ASSERT_EQ(Append(*file, i, support::NoiseBlock(i)), 0);
+        EXPECT_EQ((Parts("C0000000.ZSB").Bytes().size() - 660) % 16'384, 0U);
+    }
+    EXPECT_GE(Parts("C0000000.ZSB").Bytes().size(), 660U + 16'384);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("C0000000.ZSB").InflatedData(), records_);
+}
+
+TEST_F(Writer, EndsTheStreamOfACompressedFileWithoutRecords) {
+    const auto file = Make({.compress = true});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Close(*file), 0);
+    const ScanFileParts parts = Parts("C0000000.ZSB");
+    EXPECT_EQ(parts.InflatedData(), "");
+    EXPECT_EQ(parts.DataBytes(), 660U);
+    EXPECT_EQ(parts.FileEof(), parts.Bytes().size());
+    EXPECT_EQ(parts.Crc(), 0xFFFFFFFFU);
+}
+
+TEST_F(Writer, CountsARawFileWithoutRecordsAsEmpty) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    unsigned long crc = 0;
+    ASSERT_EQ(Close(*file, &crc), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").Bytes().size(), 660U);
+    EXPECT_EQ(Parts("T0000000.ZSB").DataBytes(), 660U);
+    EXPECT_EQ(crc, 0xFFFFFFFFU);
+}
+
+TEST_F(Writer, CompressesWithoutCrcAndCountWhenTheCompressorIsFedDirectly) {
+    const auto file = Make({.compress = true});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    const std::string record = support::MakeRecord(7, support::NoiseBlock(7));
+    EXPECT_EQ(file->QuadAndBlockCompressionAndWrite(
+                  reinterpret_cast<const unsigned char*>(record.data())),
+              0);
+    ASSERT_EQ(Close(*file), 0);
+    const ScanFileParts parts = Parts("C0000000.ZSB");
+    EXPECT_EQ(parts.InflatedData(), record);
+    EXPECT_EQ(parts.DataBytes(), 660U);
+    EXPECT_EQ(parts.Crc(), 0xFFFFFFFFU);
+}
+
+TEST_F(Writer, SetsAFlagForEachReasonOfTheClose) {
+    const auto file = Make();
+    const std::uint64_t bits[] = {0x002, 0x008, 0x010, 0x020};
+    for (unsigned reasons = 0; reasons < 16; ++reasons) {
+        std::uint64_t flags = 0x200;
+        for (unsigned bit = 0; bit < 4; ++bit) {
+            flags |= (reasons >> bit & 1) != 0 ? bits[bit] : 0;
+        }
+        ASSERT_EQ(file->CreateNext(true), 0);
+        std::string name;
+        file->CurrentFullName(name);
+        ASSERT_EQ(file->CreateClose((reasons & 1) != 0, (reasons & 2) != 0, (reasons & 4) != 0,
+                                    (reasons & 8) != 0, nullptr),
+                  0);
+        EXPECT_EQ(ScanFileParts(name).Flags(), flags);
+    }
+}
+
+TEST_F(Writer, IsFullAfter2555RecordsAndNotAfter2554) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    for (unsigned i = 0; i < 2554; ++i) {
+        ASSERT_EQ(file->QuadAndBlockWrite(&record_), 0);
+    }
+    EXPECT_FALSE(file->CreateFull());
+    ASSERT_EQ(file->QuadAndBlockWrite(&record_), 0);
+    EXPECT_TRUE(file->CreateFull());
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").Bytes().size(), 10'486'380U);
+}
+
+TEST_F(Writer, CountsLogicalBytesTowardsTheLimitWhenCompressing) {
+    const auto file = Make({.compress = true, .limit = 660 + 2 * 4104});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(file->QuadAndBlockWrite(&record_), 0);
+    EXPECT_FALSE(file->CreateFull());
+    ASSERT_EQ(file->QuadAndBlockWrite(&record_), 0);
+    EXPECT_TRUE(file->CreateFull());
+}
+
+TEST_F(Writer, EstimatesTheRecordsOfAFileWhileItIsCreated) {
+    const struct {
+        unsigned long long limit;
+        unsigned long long records;
+    } rows[] = {{kSplit, 2555}, {660, 0}, {661, 1}, {660 + 4104, 1}, {661 + 4104, 2}};
+    for (const auto& row : rows) {
+        const auto file = Make({.limit = row.limit});
+        EXPECT_EQ(file->BlocksInFileEstimateGet(), 0U);
+        ASSERT_EQ(file->CreateNext(true), 0);
+        EXPECT_EQ(file->BlocksInFileEstimateGet(), row.records) << row.limit;
+        ASSERT_EQ(Close(*file), 0);
+        EXPECT_EQ(file->BlocksInFileEstimateGet(), 0U);
+    }
+}
+
+TEST_F(Writer, RefusesASecondCreateNextAndChangesNothing) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    EXPECT_EQ(file->CreateNext(false), 20010);
+    EXPECT_TRUE(file->IsZSB());
+    ASSERT_EQ(Append(*file, 2, support::MakeBlock("LEAF")), 0);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").Data(), records_);
+    EXPECT_FALSE(std::filesystem::exists(Path("T0000000.ZRB")));
+}
+
+TEST_F(Writer, RefusesRecordsAndClosesWithoutAFile) {
+    const auto file = Make();
+    EXPECT_EQ(file->QuadAndBlockWrite(&record_), 20010);
+    EXPECT_EQ(file->ByteStreamWrite(nullptr, 0), 20010);
+    EXPECT_EQ(Close(*file), 20010);
+    EXPECT_EQ(file->CreateCloseCompression(), 20010);
+    ASSERT_EQ(file->CreateNext(true), 0);
+    EXPECT_TRUE(std::filesystem::exists(Path("T0000000.ZSB")));
+}
+
+TEST_F(Writer, ChangesNothingForNoBytes) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    EXPECT_EQ(file->DataWrite(nullptr, 0), 0);
+    EXPECT_EQ(file->ByteStreamWrite(nullptr, 0), 0);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").Bytes().size(), 660U);
+    EXPECT_EQ(Parts("T0000000.ZSB").Crc(), 0xFFFFFFFFU);
+}
+
+TEST_F(Writer, MovesTheEndWithTheDataOffset) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    file->DataWriteOffsetUpdate(100);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").FileEof(), 760U);
+}
+
+TEST_F(Writer, TracesThePathsThatItCreatesWhenAsked) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(log_.Text().find("Creating"), std::string::npos);
+    file->Trace(true);
+    ASSERT_EQ(file->CreateNext(true), 0);
+    EXPECT_THAT(log_.Text(), HasSubstr("Creating file called " + Path("T0000001.ZSB") + "\n"));
+}
+
+TEST_F(Writer, ClosesAFileLeftOpenAsStopped) {
+    Make()->CreateNext(true);
+    EXPECT_EQ(Parts("T0000000.ZSB").Flags(), 0x208U);
+    {
+        const auto file = Make({.compress = true});
+        ASSERT_EQ(file->CreateNext(true), 0);
+        ASSERT_EQ(Append(*file, 1, support::NoiseBlock(1)), 0);
+    }
+    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x249U);
+    EXPECT_EQ(Parts("C0000000.ZSB").InflatedData(), records_);
+    EXPECT_EQ(support::DescriptorsOf(Path("C0000000.ZSB")).size(), 0U);
+}
+
+TEST_F(Writer, ReportsAFileThatCannotBeCreatedAndStaysIdle) {
+    std::filesystem::create_directory(Path("T0000000.ZSB"));
+    const auto file = Make();
+    EXPECT_EQ(file->CreateNext(true), kSystemError + EISDIR);
+    EXPECT_THAT(log_.Text(), HasSubstr("Could not create " + Path("T0000000.ZSB") +
+                                       " because Is a directory\n"));
+    std::string name;
+    file->CurrentFullName(name);
+    EXPECT_EQ(name, Path("T0000000.ZSB"));
+    EXPECT_EQ(Close(*file), 20010);
+    std::filesystem::remove(Path("T0000000.ZSB"));
+    EXPECT_EQ(file->CreateNext(true), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").FileNumber(), 0U);
+}
+
+TEST_F(Writer, ReportsARawRecordThatDoesNotFitAndMarksTheFile) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    const std::string whole = records_;
+    {
+        const support::FileSizeLimit limit(660 + 4104 + 100);
+        EXPECT_EQ(Append(*file, 2, support::MakeBlock("LEAF")), kSystemError + EFBIG);
+    }
+    EXPECT_THAT(log_.Text(),
+                HasSubstr("ZSBFile::Write:: File too large\n"
+                          "util/common/zsbFile[480] Error writing to destination file 1008 "
+                          "bytes.\n"));
+    unsigned long crc = 0;
+    EXPECT_EQ(Close(*file, &crc), 0);
+    const ScanFileParts parts = Parts("T0000000.ZSB");
+    EXPECT_EQ(parts.Flags(), 0x280U);
+    EXPECT_EQ(parts.DataBytes(), 660U + 4104);
+    EXPECT_EQ(parts.FileEof(), 660U + 4104);
+    EXPECT_EQ(parts.Data().substr(0, 4104), whole);
+    // The failed record still counts in the CRC.
+    EXPECT_EQ(parts.Crc(), RegisterOver(records_));
+    EXPECT_EQ(crc, RegisterOver(records_));
+}
+
+TEST_F(Writer, ReturnsMinus2WhenCompressedBytesDoNotFit) {
+    const auto file = Make({.compress = true, .level = 0});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    int status = 0;
+    {
+        const support::FileSizeLimit limit(660 + 16'384);
+        for (unsigned i = 0; i < 40 && status == 0; ++i) {
+            status = Append(*file, i, support::NoiseBlock(i));
+        }
+    }
+    EXPECT_EQ(status, -2);
+    EXPECT_THAT(log_.Text(),
+                HasSubstr("ZSBFile::Write:: File too large\n"
+                          "util/common/zsbFile[480] Error writing to destination file 4000 "
+                          "bytes.\n"));
+    EXPECT_EQ(Close(*file), 0);
+    EXPECT_THAT(log_.Text(), HasSubstr(" Deflate should report Z_STREAM_END instead fffffffb\n"));
+    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x2C1U);
+}
+
+TEST_F(Writer, BeginsTheNextFileAfreshAfterAFailedOne) {
+    const auto file = Make({.compress = true, .level = 0});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    {
+        const support::FileSizeLimit limit(660);
+        for (unsigned i = 0; i < 10; ++i) {
+            Append(*file, i, support::NoiseBlock(i));
+        }
+        Close(*file);
+    }
+    records_.clear();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 77, support::NoiseBlock(77)), 0);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x2C1U);
+    const ScanFileParts parts = Parts("C0000001.ZSB");
+    EXPECT_EQ(parts.Flags(), 0x241U);
+    EXPECT_EQ(parts.InflatedData(), records_);
+    EXPECT_EQ(parts.Crc(), RegisterOver(records_));
+}
+
+TEST_F(Writer, NoticesAtTheCloseThatCompressedBytesDoNotFit) {
+    const auto file = Make({.compress = true});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::NoiseBlock(1)), 0);
+    int status = 0;
+    {
+        const support::FileSizeLimit limit(660 + 100);
+        status = Close(*file);
+    }
+    EXPECT_EQ(status, -2);
+    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x2C1U);
+    EXPECT_EQ(file->CreateNext(true), 0);
+    EXPECT_TRUE(std::filesystem::exists(Path("C0000001.ZSB")));
+}
+
+TEST_F(Writer, CreatesAFileWhoseHeaderCannotBeWrittenAndReportsItAtTheClose) {
+    FillDisk("T0000000.ZSB");
+    const auto file = Make();
+    EXPECT_EQ(file->CreateNext(true), 0);
+    const std::string headerFailure =
+        "ZSBFile::WriteHeader(): No space left on device\n"
+        "util/common/zsbFile[503] Error writing to destination file 660 bytes.\n";
+    EXPECT_THAT(log_.Text(), HasSubstr(headerFailure));
+    EXPECT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), kSystemError + ENOSPC);
+    unsigned long crc = 12345;
+    EXPECT_EQ(Close(*file, &crc), kSystemError + ENOSPC);
+    EXPECT_EQ(crc, 12345U);
+    EXPECT_EQ(log_.Text().substr(log_.Text().size() - headerFailure.size()), headerFailure);
+    EXPECT_FALSE(file->HasName());
+    EXPECT_EQ(file->CreateNext(true), 0);
+    EXPECT_EQ(Parts("T0000001.ZSB").FileNumber(), 1U);
+}
+
+TEST_F(Writer, KeepsTheFirstErrorOfAFileForItsHeaderUntilTheNext) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    file->QuadAndBlockErrorSet(20100);
+    file->QuadAndBlockErrorSet(0);
+    ASSERT_EQ(Close(*file), 0);
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Close(*file), 0);
+    ASSERT_EQ(file->CreateNext(true), 0);
+    file->QuadAndBlockErrorSet(20100);
+    file->QuadAndBlockErrorClear();
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").Flags(), 0x280U);
+    EXPECT_EQ(Parts("T0000001.ZSB").Flags(), 0x200U);
+    EXPECT_EQ(Parts("T0000002.ZSB").Flags(), 0x200U);
+}
+
+/// Puts /dev/null, opened for reading alone, in the place of the file that a writer has open.
+void TakeWritingAway(const std::string& path) {
+    const std::vector<int> found = support::DescriptorsOf(path);
+    ASSERT_EQ(found.size(), 1U);
+    const int readOnly = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(readOnly, 0);
+    ASSERT_EQ(dup2(readOnly, found[0]), found[0]);
+    close(readOnly);
+}
+
+TEST_F(Writer, ReportsAHeaderThatCannotBeWrittenAtTheClose) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    TakeWritingAway(Path("T0000000.ZSB"));
+    EXPECT_EQ(Close(*file), kSystemError + EBADF);
+    EXPECT_THAT(log_.Text(), HasSubstr("ZSBFile::WriteHeader(): Bad file descriptor\n"));
+    // What was there before still reads as an empty file.
+    EXPECT_EQ(Parts("T0000000.ZSB").DataBytes(), 660U);
+    EXPECT_EQ(Parts("T0000000.ZSB").CloseTime(), 0U);
+}
+
+}  // namespace
