@@ -40,7 +40,7 @@ class Deflater {
 /// zlib's decompressor with the input buffer that stands between it and the file.
 class Inflater {
   public:
-    /// Throws std::runtime_error when zlib has no memory for it.
+    /// Where zlib has no memory for it, every `Run` fails.
     Inflater();
     ~Inflater();
     Inflater(const Inflater&) = delete;

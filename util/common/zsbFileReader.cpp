@@ -173,11 +173,15 @@ int ZSBFile::OpenClose() {
         return zERR_INVALID_STATE;
     }
     inflater.reset();
+    inflating = false;
     open = false;
     return readStream.Close() == 0 ? 0 : LogSystemError("STATUS ZSBFile::OpenClose()");
 }
 
 int ZSBFile::ReadAndValidateHeader() {
+    if (!open) {
+        return zERR_INVALID_STATE;
+    }
     inflating = false;
     header = {};
     errno = 0;
@@ -276,6 +280,9 @@ int ZSBFile::InflateError(int result) const {
 }
 
 int ZSBFile::DataRead(unsigned char* data, unsigned long length) {
+    if (!open) {
+        return zERR_INVALID_STATE;
+    }
     errno = 0;  // the end of the file sets none
     if (readStream.SeekTo(ZF_DataOffset) != 0 || readStream.Read(data, length) != length) {
         const int status = LogSystemError("ZSBFile::DataRead:");
@@ -287,6 +294,9 @@ int ZSBFile::DataRead(unsigned char* data, unsigned long length) {
 }
 
 unsigned long ZSBFile::DataRead2(unsigned char* data, unsigned long length) {
+    if (!open) {
+        return 0;
+    }
     errno = 0;
     const unsigned long count =
         readStream.SeekTo(ZF_DataOffset) == 0 ? readStream.Read(data, length) : 0;

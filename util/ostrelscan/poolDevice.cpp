@@ -16,6 +16,10 @@ namespace {
 
 constexpr std::uint64_t kUnknownSize = 12'288;
 
+/// Behind the last block whose byte offset the system can express. A damaged number must not wrap
+/// round to a block at the front of the device.
+constexpr std::uint64_t kBlockLimit = std::uint64_t{1} << (63 - kPoolBlockShift);
+
 off64_t ByteOffset(std::uint64_t block) {
     return static_cast<off64_t>(block << kPoolBlockShift);
 }
@@ -48,6 +52,10 @@ int PoolDevice::OpenForWriting(const char* path) {
     return stat(path, &facts) == 0 ? Open(path, "w+", 0) : errno;
 }
 
+int PoolDevice::SeekTo(std::uint64_t block) {
+    return block < kBlockLimit ? stream_.SeekTo(block << kPoolBlockShift) : EINVAL;
+}
+
 bool PoolDevice::InFailedStretch(std::uint64_t block) const {
     return block >= stretchStart_ && block < stretchEnd_;
 }
@@ -57,7 +65,7 @@ BlockTransfer PoolDevice::Read(char* buffer, std::uint64_t block) {
     if (InFailedStretch(block)) {
         return ReadAlone(buffer, block);
     }
-    const int seekError = stream_.SeekTo(block << kPoolBlockShift);
+    const int seekError = SeekTo(block);
     if (seekError != 0) {
         return {SeekFailed, seekError};
     }
@@ -88,7 +96,7 @@ BlockTransfer PoolDevice::ReadAlone(char* buffer, std::uint64_t block) {
 
 BlockTransfer PoolDevice::Write(const char* buffer, std::uint64_t block) {
     using enum BlockTransfer::Outcome;
-    const int seekError = stream_.SeekTo(block << kPoolBlockShift);
+    const int seekError = SeekTo(block);
     if (seekError != 0) {
         return {SeekFailed, seekError};
     }

@@ -50,6 +50,7 @@ class PoolDevice {
     static constexpr std::uint64_t kStretchBlocks = 64;
 
     int Open(const char* path, const char* mode, std::size_t bufferSize);
+    int SeekTo(std::uint64_t block);
     bool InFailedStretch(std::uint64_t block) const;
     BlockTransfer ReadAlone(char* buffer, std::uint64_t block);
     long ReadDirectly(char* buffer, std::uint64_t block);

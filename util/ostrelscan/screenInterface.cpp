@@ -160,6 +160,7 @@ void ShowDefault(WINDOW* window, bool yes) {
     const int column = getcurx(window);
     OutputToScreen(window, "%c", yes ? answerKeys[0] : answerKeys[1]);
     wmove(window, row, column);
+    ShowPad(window);
 }
 
 void ShowAnswer(WINDOW* window, bool yes) {
