@@ -220,6 +220,13 @@ TEST_F(CommandLine, PrintsTheUsageAndLooksAtNothingBehind) {
     EXPECT_THAT(output_, StartsWith("Usage: ostrelscan "));
 }
 
+TEST_F(CommandLine, BeginsAnewAfterAWordOfOptionsThatWasLeftHalfway) {
+    EXPECT_EQ(Parse({"-hac"}), 0);
+    EXPECT_EQ(Parse({"save", "data", "/dev/x"}), -1);
+    EXPECT_FALSE(settings_.allBlocks);
+    EXPECT_FALSE(settings_.compress);
+}
+
 TEST_F(CommandLine, ShowsThePathGivenBeforeTheHelpAsTheDefault) {
     EXPECT_EQ(Parse({"-P", "x", "-h"}), 0);
     EXPECT_THAT(output_, HasSubstr("Default is \"x/\"\n"));
