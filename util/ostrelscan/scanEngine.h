@@ -40,9 +40,9 @@ class ScanThread {
         finished_.store(finished ? 1 : 0, std::memory_order_release);
     }
 
-  private:
-    static int ST_ThreadId;
+    static int ST_ThreadId;  ///< the ordinal of the next engine
 
+  private:
     int threadId_;
     std::string title_;
     std::atomic<unsigned char> stopRequest_{0};

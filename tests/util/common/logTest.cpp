@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -56,6 +58,37 @@ TEST(LogRedirection, FlushesEveryEntryAtOnce) {
     EXPECT_GE(target.flushes, 1);
 }
 
+/// Notices a write that begins while another has not ended.
+class OverlapDetector : public std::streambuf {
+  public:
+    std::atomic<bool> overlapped{false};
+
+  protected:
+    std::streamsize xsputn(const char* /*text*/, std::streamsize length) override {
+        overlapped = busy_.exchange(true) || overlapped;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        busy_ = false;
+        return length;
+    }
+
+  private:
+    std::atomic<bool> busy_{false};
+};
+
+TEST(LogRedirection, HandsOnOneEntryAtATime) {
+    OverlapDetector target;
+    const LogRedirection redirection(target);
+    const auto write = [] {
+        for (int i = 0; i < 50; ++i) {
+            LogLine() << "entry\n";
+        }
+    };
+    std::thread other(write);
+    write();
+    other.join();
+    EXPECT_FALSE(target.overlapped);
+}
+
 TEST(LogLine, TakesTheNumberBaseOfTheLogAndLeavesItAlone) {
     const support::CapturedLog log;
     LogLine() << 4104 << '\n';
@@ -93,6 +126,7 @@ TEST(LogLine, OfSeveralThreadsIsNeverTorn) {
     constexpr int kLines = 500;
     const support::CapturedLog log;
     std::vector<std::thread> writers;
+    writers.reserve(kThreads);
     for (int writer = 0; writer < kThreads; ++writer) {
         writers.emplace_back([writer] {
             for (int i = 0; i < kLines; ++i) {

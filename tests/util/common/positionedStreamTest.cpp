@@ -125,9 +125,9 @@ TEST_F(Stream, SeeksAnewAfterAFailedWrite) {
         EXPECT_FALSE(stream_.Write("abcdef", 6));
         EXPECT_EQ(errno, EFBIG);
     }
-    EXPECT_EQ(stream_.SeekTo(0), 0);
+    EXPECT_EQ(stream_.SeekTo(6), 0);
     EXPECT_TRUE(stream_.Write("XY", 2));
-    EXPECT_EQ(support::ReadFile(path_), "XYcd");
+    EXPECT_EQ(support::ReadFile(path_), std::string("abcd\0\0XY", 8));
 }
 
 TEST_F(Stream, ReportsAFlushThatTheSystemRefuses) {

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -59,10 +61,14 @@ class History : public testing::Test {
     ScanFileList list_;
 };
 
-/// Puts the shared entry back into its first state.
+/// Begins and ends with the shared entry in its first state.
 class EmptyHistory : public History {
   protected:
-    void TearDown() override {
+    void SetUp() override { Restore(); }
+    void TearDown() override { Restore(); }
+
+  private:
+    static void Restore() {
         SFF_Unreferenced.status = -1;
         SFF_Unreferenced.crc = kAllOnes;
         SFF_Unreferenced.blocksTotal = 0;
@@ -70,10 +76,19 @@ class EmptyHistory : public History {
     }
 };
 
+TEST(UnreferencedFactsDeathTest, AreThoseOfNoFileWhenTheProcessBegins) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            std::cerr << TextOf(SFF_Unreferenced);
+            std::_Exit(0);
+        },
+        testing::ExitedWithCode(0), "^Unreferenced\t-1\t18446744073709551615\t0\t0$");
+}
+
 TEST_F(EmptyHistory, AnswersWithTheEntryThatStandsForNone) {
     EXPECT_EQ(&list_.ScanFileFactsLast(), &SFF_Unreferenced);
     EXPECT_FALSE(list_.ScanFileFactsLast().Valid());
-    EXPECT_EQ(TextOf(SFF_Unreferenced), "Unreferenced\t-1\t18446744073709551615\t0\t0");
 }
 
 TEST_F(EmptyHistory, EnumeratesToTheEntryThatStandsForNoneAtOnce) {

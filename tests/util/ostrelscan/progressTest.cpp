@@ -48,6 +48,8 @@ INSTANTIATE_TEST_SUITE_P(
         Moment{"PercentIs100WithLessThanAHundredthLeft", 1000, 991, 0, 0, 991, 100, 0, 0, 1},
         Moment{"FilesAtHalfTime", 10'220, 5'110, 5'110, 9, 1022, 50, 0, 1, 4},
         Moment{"FilesAtTheEnd", 10'220, 10'220, 10'220, 9, 2044, 100, 0, 0, 4},
+        Moment{"FilesJustBelowOneMore", 10'000'000, 200'000, 7'680, 9, 20'768, 2, 0, 8, 100},
+        Moment{"FilesJustReachingOneMore", 10'000'000, 200'000, 347'677, 9, 54'767, 2, 0, 3, 4'528},
         Moment{"FilesOfOneRecord", 1000, 1000, 1, 9, 100, 100, 0, 0, 1},
         Moment{"FilesWithoutOverflow", 1ULL << 40, 1ULL << 39, 1ULL << 39, 999, 1099511627ULL, 50,
                16, 9, 420'906'796ULL},
