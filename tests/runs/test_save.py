@@ -23,7 +23,7 @@ def u(raw, at, width):
                                      ("-a", "--validation-skip")], ids=lambda o: "".join(o) or "-")
 def test_exactly_the_selected_blocks_are_saved(pool, pool_device, tmp_path, superblock, options,
                                                compress):
-    made = pool(size="16M", superblock=superblock)
+    made = pool(size="4M", superblock=superblock)
     what = {"all_blocks": "-a" in options, "validated": "--validation-skip" not in options}
     with pool_device(made) as device:
         done = saving.save(device, tmp_path, *options, *["-c"] * compress)
@@ -56,7 +56,7 @@ def test_a_set_is_split_numbered_and_flagged(pool, pool_device, tmp_path, compre
 
 @pytest.mark.parametrize("compress", [False, True], ids=["raw", "compressed"])
 def test_every_header_field_stands_at_its_offset(pool, pool_device, tmp_path, compress):
-    made = pool(size="16M")
+    made = pool(size="4M")
     begun = int(time.time())
     with pool_device(made) as device:
         assert saving.save(device, tmp_path, *["--compress"] * compress).status == 0

@@ -56,8 +56,8 @@ def sequence(capability):
 def test_a_question_is_answered_by_its_keys_and_by_its_default(default, key, answer):
     with driven("ask", default, "keep", "Sure? ", "cursor") as terminal:
         letter = default[0]
-        picture = terminal.wait_for(f"Sure? {letter}")
-        assert picture.rows[0] == f"Sure? {letter}".ljust(80)
+        terminal.wait_for(lambda picture: picture.cursor == (0, 6) and
+                          picture.rows[0] == f"Sure? {letter}".ljust(80))
         terminal.send(key)
         wanted = answer if answer is not None else int(default == "yes")
         assert report(terminal) == f"answer {wanted} cursor 1 0"

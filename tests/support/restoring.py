@@ -4,6 +4,9 @@ import collections
 import os
 import pathlib
 import re
+import shutil
+
+import pytest
 
 import ostrelscan
 
@@ -69,7 +72,10 @@ Call = collections.namedtuple("Call", "name path arguments")
 
 
 def trace_command(output, calls, *options):
-    """Runs what follows it with its system calls of these names written to `output`."""
+    """Runs what follows it with its system calls of these names written to `output`; where that
+    cannot be had, the test is skipped."""
+    if not shutil.which("strace"):
+        pytest.skip("strace is not installed")
     return ["strace", "-f", "-qq", "-y", "-s", "0", "-e", f"trace={calls}", *options,
             "-o", str(output)]
 

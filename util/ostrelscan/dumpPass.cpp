@@ -107,18 +107,16 @@ int ScanEngine::DumpOneFile(ZSBFile& file) {
     return CloseDumpFile(file, RunDumpFillSingleZSBFile2(file));
 }
 
-/// The two requests are looked at once, so that the header's flags and the pass's status agree.
 int ScanEngine::CloseDumpFile(ZSBFile& file, int fillStatus) {
-    const bool stop = StopRequested();
-    const bool stateChange = StateChangeRequested();
     unsigned long crc = ScanFileFacts::kCrcUnknown;
-    const int closeStatus = file.CreateClose(RangeExhausted(), stop, stateChange, false, &crc);
-    if (closeStatus != 0) {
-        history_.LogTrackUpdate(closeStatus, crc);
-        return closeStatus;
+    const int status =
+        file.CreateClose(RangeExhausted(), StopRequested(), StateChangeRequested(), false, &crc);
+    if (status != 0) {
+        history_.LogTrackUpdate(status, crc);
+        return status;
     }
     history_.LogTrackUpdate(crc);
-    return EndFile(fillStatus, stop, stateChange);
+    return EndFile(fillStatus);
 }
 
 int ScanEngine::RunDumpFillSingleZSBFile2(ZSBFile& file) {

@@ -118,7 +118,7 @@ int ScanEngine::RestoreOneFile(ZSBFile& file, bool* last) {
         history_.LogTrackUpdate(closeStatus);
         return closeStatus;
     }
-    return EndFile(restoreStatus, StopRequested(), StateChangeRequested());
+    return EndFile(restoreStatus);
 }
 
 int ScanEngine::RunRestoreRestoreSingleZSBFile(ZSBFile& file) {

@@ -171,11 +171,11 @@ void ScanEngine::ReleasePool() {
 
 /// What a finished file's status is once a stop or a state change has been asked for; both are
 /// answered here.
-int ScanEngine::EndFile(int status, bool stop, bool stateChange) {
-    if (stop) {
+int ScanEngine::EndFile(int status) {
+    if (StopRequested()) {
         ClearStopRequest();
         status = zERR_USER_ABORTED;
-    } else if (stateChange) {
+    } else if (StateChangeRequested()) {
         poolLock_->Unlock();
         status = zERR_VOLUME_STATE_CHANGE_REQUESTED;
     }

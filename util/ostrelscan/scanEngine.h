@@ -158,7 +158,7 @@ class ScanEngine : public ScanThread {
     void HoldPool(const char* poolName);
     void ReleasePool();
     bool StateChangeRequested() const;
-    int EndFile(int status, bool stop, bool stateChange);
+    int EndFile(int status);
 
     int ReadSuperblockMagic(std::uint32_t& magic);
 
