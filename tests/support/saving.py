@@ -1,4 +1,4 @@
-"""Saves as tests want them: devices over sample pools, runs of the tool, and what they must save."""
+"""Saves as tests want them: devices over sample pools, runs, and what they must save."""
 
 import contextlib
 import dataclasses
