@@ -267,7 +267,7 @@ def test_names_that_differ_in_case_alone_are_the_same(folder, stored):
         expect_restored(terminal, folder)
 
 
-@pytest.mark.parametrize("stored", ["DAT", "DATA2", "", " DATA"])
+@pytest.mark.parametrize("stored", ["DAT", "DATA2", "", " DATA", "%s%n"])
 def test_names_that_differ_otherwise_are_asked_about(folder, stored):
     scanset.write_set(folder / "set", RECORDS, pool_name=stored)
     with open_terminal(folder) as terminal:
