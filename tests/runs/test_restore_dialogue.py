@@ -311,14 +311,16 @@ def test_automatic_never_asks_even_for_another_pool(other_name):
     assert dict(poolTypes.blocks(other_name / "device")) == dict(RECORDS[:3])
 
 
-@pytest.mark.parametrize("stdin", ["nothing", "a pipe at its end", "a yes typed ahead"])
-def test_standard_input_at_its_end_refuses(same_name, stdin):
+@pytest.mark.parametrize("typed", [None, b"", b"y\ny\n"],
+                         ids=["nothing", "a file at its end", "a yes typed ahead"])
+def test_standard_input_at_its_end_refuses(same_name, typed):
     argv = [ostrelscan.tool(), "--bypass-ostrel", "--validation-skip",
             *restoring.arguments("device", pool="data")]
-    given = {"nothing": {"stdin": subprocess.DEVNULL}, "a pipe at its end": {"input": b""},
-             "a yes typed ahead": {"input": b"y\ny\n"}}[stdin]
-    done = subprocess.run(argv, cwd=same_name, capture_output=True, timeout=20, check=False,
-                          env={**os.environ, "TERM": "xterm-256color"}, **given)
+    keys = same_name / "keys"  # a file has its keys ready before the question, a pipe may not
+    keys.write_bytes(typed or b"")
+    with open(os.devnull if typed is None else keys, "rb") as stdin:
+        done = subprocess.run(argv, cwd=same_name, stdin=stdin, capture_output=True, timeout=60,
+                              check=False, env={**os.environ, "TERM": "xterm-256color"})
     assert done.returncode == 1
     assert done.stdout.decode(errors="replace").endswith(f"\n{FAILED}\n")
     assert (same_name / "device").read_bytes() == BEFORE

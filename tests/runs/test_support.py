@@ -159,12 +159,12 @@ def failing_writes(device, blocks):
     return failed
 
 
-def test_a_loop_device_shows_the_image_and_goes_away(loop, pool):
-    made = pool(size="1M")
-    with loop(made.path, read_only=True) as device:
-        assert digest(device) == digest(made.path)
+def test_a_loop_device_shows_the_image_and_goes_away(loop, pool, tmp_path):
+    image = pool(size="1M").copy_to(tmp_path / "pool.img")
+    with loop(image, read_only=True) as device:
+        assert digest(device) == digest(image)
         assert pathlib.Path(device).is_block_device()
-    attached = subprocess.run(["losetup", "-j", made.path], capture_output=True, check=True)
+    attached = subprocess.run(["losetup", "-j", image], capture_output=True, check=True)
     assert attached.stdout == b""
 
 
