@@ -146,8 +146,7 @@ int ZSBFile::ByteStreamCompressionAndWrite(const unsigned char* data, unsigned l
                 return status;
             }
         } else if (result != Z_OK && result != Z_BUF_ERROR) {
-            LogLine() << "util/common/zsbFile[323] Deflate error: " << result
-                      << '\n';
+            LogLine() << "util/common/zsbFile[323] Deflate error: " << result << '\n';
             QuadAndBlockErrorSet(result);
             return result;
         } else if (deflater->InputConsumed()) {
@@ -186,8 +185,7 @@ int ZSBFile::DataWriteFlush() {
     for (int result = Z_OK; compress && result != Z_STREAM_END;) {
         result = deflater->Run(Z_FINISH);
         if (result != Z_OK && result != Z_STREAM_END) {
-            LogLine() << " Deflate should report Z_STREAM_END instead " << result
-                      << '\n';
+            LogLine() << " Deflate should report Z_STREAM_END instead " << result << '\n';
             return result;
         }
         if (!deflater->Output().empty()) {
