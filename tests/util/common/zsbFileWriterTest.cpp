@@ -1,7 +1,5 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <cstring>
@@ -9,78 +7,23 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
-#include "tests/support/capturedLog.h"
-#include "tests/support/fileSizeLimit.h"
 #include "tests/support/openFiles.h"
 #include "tests/support/poolBlocks.h"
 #include "tests/support/scanFileParts.h"
-#include "tests/support/temporaryDirectory.h"
+#include "tests/support/writingTest.h"
 #include "util/common/clock.h"
 #include "util/common/zsbFile.h"
 
 namespace {
 
+using support::kScanID;
+using support::kSplit;
+using support::RegisterOver;
 using support::ScanFileParts;
 using ::testing::HasSubstr;
 
-constexpr int kSystemError = 0x22BA5000;
-constexpr GUID_t kScanID{0x01020304, 0x0506, 0x0708, 0x89, 0x0a, {11, 12, 13, 14, 15, 16}};
-constexpr unsigned long long kSplit = 10'485'760;
-
-/// How a writer is made; a test changes what it is about.
-struct Settings {
-    std::string poolName = "DATA";
-    bool bypass = true;
-    bool compress = false;
-    int setNumber = 0;
-    unsigned long long poolBlocks = 4096;
-    int level = -1;
-    unsigned long long limit = kSplit;
-};
-
-/// The complement of the usual CRC-32, since the register is stored as it stands.
-std::uint32_t RegisterOver(const std::string& records) {
-    const uLong crc =
-        crc32(0, reinterpret_cast<const Bytef*>(records.data()), static_cast<uInt>(records.size()));
-    return ~static_cast<std::uint32_t>(crc);
-}
-
-class Writer : public testing::Test {
-  protected:
-    std::unique_ptr<ZSBFile> Make(const Settings& settings = {}) {
-        return std::make_unique<ZSBFile>(directory_.Path().c_str(), &settings.poolName,
-                                         settings.bypass, &kScanID, settings.compress,
-                                         settings.setNumber, settings.poolBlocks, settings.level,
-                                         settings.limit);
-    }
-
-    /// Appends a record and remembers it.
-    int Append(ZSBFile& file, std::uint64_t number, const std::string& block) {
-        const std::string bytes = support::MakeRecord(number, block);
-        records_ += bytes;
-        std::memcpy(&record_, bytes.data(), bytes.size());
-        return file.QuadAndBlockWrite(&record_);
-    }
-
-    int Close(ZSBFile& file, unsigned long* crc = nullptr) {
-        return file.CreateClose(false, false, false, false, crc);
-    }
-
-    ScanFileParts Parts(const std::string& name) const { return ScanFileParts(Path(name)); }
-    std::string Path(const std::string& name) const { return directory_.File(name); }
-
-    /// Makes every write to the file of this name fail for want of space.
-    void FillDisk(const std::string& name) {
-        std::filesystem::create_symlink("/dev/full", Path(name));
-    }
-
-    support::TemporaryDirectory directory_;
-    support::CapturedLog log_;
-    std::string records_;
-    QuadAndBlock_s record_{};
-};
+class Writer : public support::WritingTest {};
 
 std::string ThrownBy(const char* path, const std::string* poolName, int level, bool compress) {
     try {
@@ -538,159 +481,6 @@ TEST_F(Writer, ClosesAFileLeftOpenAsStopped) {
     EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x249U);
     EXPECT_EQ(Parts("C0000000.ZSB").InflatedData(), records_);
     EXPECT_EQ(support::DescriptorsOf(Path("C0000000.ZSB")).size(), 0U);
-}
-
-TEST_F(Writer, ReportsAFileThatCannotBeCreatedAndStaysIdle) {
-    std::filesystem::create_directory(Path("T0000000.ZSB"));
-    const auto file = Make();
-    EXPECT_EQ(file->CreateNext(true), kSystemError + EISDIR);
-    EXPECT_THAT(log_.Text(), HasSubstr("Could not create " + Path("T0000000.ZSB") +
-                                       " because Is a directory\n"));
-    std::string name;
-    file->CurrentFullName(name);
-    EXPECT_EQ(name, Path("T0000000.ZSB"));
-    EXPECT_EQ(Close(*file), 20010);
-    std::filesystem::remove(Path("T0000000.ZSB"));
-    EXPECT_EQ(file->CreateNext(true), 0);
-    EXPECT_EQ(Parts("T0000000.ZSB").FileNumber(), 0U);
-}
-
-TEST_F(Writer, ReportsARawRecordThatDoesNotFitAndMarksTheFile) {
-    const auto file = Make();
-    ASSERT_EQ(file->CreateNext(true), 0);
-    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
-    const std::string whole = records_;
-    {
-        const support::FileSizeLimit limit(660 + 4104 + 100);
-        EXPECT_EQ(Append(*file, 2, support::MakeBlock("LEAF")), kSystemError + EFBIG);
-    }
-    EXPECT_THAT(log_.Text(),
-                HasSubstr("ZSBFile::Write:: File too large\n"
-                          "util/common/zsbFile[480] Error writing to destination file 1008 "
-                          "bytes.\n"));
-    unsigned long crc = 0;
-    EXPECT_EQ(Close(*file, &crc), 0);
-    const ScanFileParts parts = Parts("T0000000.ZSB");
-    EXPECT_EQ(parts.Flags(), 0x280U);
-    EXPECT_EQ(parts.DataBytes(), 660U + 4104);
-    EXPECT_EQ(parts.FileEof(), 660U + 4104);
-    EXPECT_EQ(parts.Data().substr(0, 4104), whole);
-    // The failed record still counts in the CRC.
-    EXPECT_EQ(parts.Crc(), RegisterOver(records_));
-    EXPECT_EQ(crc, RegisterOver(records_));
-}
-
-TEST_F(Writer, ReturnsMinus2WhenCompressedBytesDoNotFit) {
-    const auto file = Make({.compress = true, .level = 0});
-    ASSERT_EQ(file->CreateNext(true), 0);
-    int status = 0;
-    {
-        const support::FileSizeLimit limit(660 + 16'384);
-        for (unsigned i = 0; i < 40 && status == 0; ++i) {
-            status = Append(*file, i, support::NoiseBlock(i));
-        }
-    }
-    EXPECT_EQ(status, -2);
-    EXPECT_THAT(log_.Text(),
-                HasSubstr("ZSBFile::Write:: File too large\n"
-                          "util/common/zsbFile[480] Error writing to destination file 4000 "
-                          "bytes.\n"));
-    EXPECT_EQ(Close(*file), 0);
-    EXPECT_THAT(log_.Text(), HasSubstr(" Deflate should report Z_STREAM_END instead fffffffb\n"));
-    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x2C1U);
-}
-
-TEST_F(Writer, BeginsTheNextFileAfreshAfterAFailedOne) {
-    const auto file = Make({.compress = true, .level = 0});
-    ASSERT_EQ(file->CreateNext(true), 0);
-    {
-        const support::FileSizeLimit limit(660);
-        for (unsigned i = 0; i < 10; ++i) {
-            Append(*file, i, support::NoiseBlock(i));
-        }
-        Close(*file);
-    }
-    records_.clear();
-    ASSERT_EQ(file->CreateNext(true), 0);
-    ASSERT_EQ(Append(*file, 77, support::NoiseBlock(77)), 0);
-    ASSERT_EQ(Close(*file), 0);
-    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x2C1U);
-    const ScanFileParts parts = Parts("C0000001.ZSB");
-    EXPECT_EQ(parts.Flags(), 0x241U);
-    EXPECT_EQ(parts.InflatedData(), records_);
-    EXPECT_EQ(parts.Crc(), RegisterOver(records_));
-}
-
-TEST_F(Writer, NoticesAtTheCloseThatCompressedBytesDoNotFit) {
-    const auto file = Make({.compress = true});
-    ASSERT_EQ(file->CreateNext(true), 0);
-    ASSERT_EQ(Append(*file, 1, support::NoiseBlock(1)), 0);
-    int status = 0;
-    {
-        const support::FileSizeLimit limit(660 + 100);
-        status = Close(*file);
-    }
-    EXPECT_EQ(status, -2);
-    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x2C1U);
-    EXPECT_EQ(file->CreateNext(true), 0);
-    EXPECT_TRUE(std::filesystem::exists(Path("C0000001.ZSB")));
-}
-
-TEST_F(Writer, CreatesAFileWhoseHeaderCannotBeWrittenAndReportsItAtTheClose) {
-    FillDisk("T0000000.ZSB");
-    const auto file = Make();
-    EXPECT_EQ(file->CreateNext(true), 0);
-    const std::string headerFailure =
-        "ZSBFile::WriteHeader(): No space left on device\n"
-        "util/common/zsbFile[503] Error writing to destination file 660 bytes.\n";
-    EXPECT_THAT(log_.Text(), HasSubstr(headerFailure));
-    EXPECT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), kSystemError + ENOSPC);
-    unsigned long crc = 12345;
-    EXPECT_EQ(Close(*file, &crc), kSystemError + ENOSPC);
-    EXPECT_EQ(crc, 12345U);
-    EXPECT_EQ(log_.Text().substr(log_.Text().size() - headerFailure.size()), headerFailure);
-    EXPECT_FALSE(file->HasName());
-    EXPECT_EQ(file->CreateNext(true), 0);
-    EXPECT_EQ(Parts("T0000001.ZSB").FileNumber(), 1U);
-}
-
-TEST_F(Writer, KeepsTheFirstErrorOfAFileForItsHeaderUntilTheNext) {
-    const auto file = Make();
-    ASSERT_EQ(file->CreateNext(true), 0);
-    file->QuadAndBlockErrorSet(20100);
-    file->QuadAndBlockErrorSet(0);
-    ASSERT_EQ(Close(*file), 0);
-    ASSERT_EQ(file->CreateNext(true), 0);
-    ASSERT_EQ(Close(*file), 0);
-    ASSERT_EQ(file->CreateNext(true), 0);
-    file->QuadAndBlockErrorSet(20100);
-    file->QuadAndBlockErrorClear();
-    ASSERT_EQ(Close(*file), 0);
-    EXPECT_EQ(Parts("T0000000.ZSB").Flags(), 0x280U);
-    EXPECT_EQ(Parts("T0000001.ZSB").Flags(), 0x200U);
-    EXPECT_EQ(Parts("T0000002.ZSB").Flags(), 0x200U);
-}
-
-/// Puts /dev/null, opened for reading alone, in the place of the file that a writer has open.
-void TakeWritingAway(const std::string& path) {
-    const std::vector<int> found = support::DescriptorsOf(path);
-    ASSERT_EQ(found.size(), 1U);
-    const int readOnly = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    ASSERT_GE(readOnly, 0);
-    ASSERT_EQ(dup2(readOnly, found[0]), found[0]);
-    close(readOnly);
-}
-
-TEST_F(Writer, ReportsAHeaderThatCannotBeWrittenAtTheClose) {
-    const auto file = Make();
-    ASSERT_EQ(file->CreateNext(true), 0);
-    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
-    TakeWritingAway(Path("T0000000.ZSB"));
-    EXPECT_EQ(Close(*file), kSystemError + EBADF);
-    EXPECT_THAT(log_.Text(), HasSubstr("ZSBFile::WriteHeader(): Bad file descriptor\n"));
-    // What was there before still reads as an empty file.
-    EXPECT_EQ(Parts("T0000000.ZSB").DataBytes(), 660U);
-    EXPECT_EQ(Parts("T0000000.ZSB").CloseTime(), 0U);
 }
 
 }  // namespace
