@@ -345,8 +345,9 @@ TEST_F(RestorePassOntoAPipe, ASecondRestoreIsRefusedWhileOneRuns) {
     }
     WriteSet({many});
     const FileDescriptor pipe(open(device_.c_str(), O_RDWR | O_CLOEXEC));
-    ASSERT_EQ(engine_.RunRestore(selector_, Options()), 0);
-    EXPECT_EQ(engine_.RunRestore(selector_, Options()), kInvalidState);
+    RestoreOptions& options = Options();
+    ASSERT_EQ(engine_.RunRestore(selector_, options), 0);
+    EXPECT_EQ(engine_.RunRestore(selector_, options), kInvalidState);
     std::string written(many.size() * kBlockBytes, '\0');
     for (std::size_t count = 0; count < written.size();) {
         const ssize_t more = read(pipe.Get(), written.data() + count, written.size() - count);
