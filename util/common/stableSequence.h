@@ -58,7 +58,7 @@ class StableSequence {
     static Place PlaceOf(std::size_t index) {
         const std::size_t scaled = index / kFirstChunk + 1;
         const auto chunk = static_cast<std::size_t>(std::bit_width(scaled)) - 1;
-        return {chunk, index - kFirstChunk * ((std::size_t{1} << chunk) - 1)};
+        return {chunk, index - kFirstChunk * (std::bit_floor(scaled) - 1)};
     }
 
     T* Slot(std::size_t index) const {
