@@ -24,7 +24,7 @@ import scanset
 import screen
 
 POOL = "SAMPLE"
-SIZE = "192M"
+SIZE = os.environ.get("SAMPLE_SIZE", "192M")
 BIN = ostrelscan.build_folder() / "bin"
 
 

@@ -1,0 +1,54 @@
+"""The demonstration: both of its roads, and what it says."""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+import pytest
+
+import loopdev
+import pools
+
+SAMPLE_RUN = pathlib.Path(__file__).resolve().parents[2] / "scripts" / "sample_run.py"
+SIZE = "96M"
+
+
+def show(*arguments):
+    done = subprocess.run([sys.executable, SAMPLE_RUN, *arguments], stdin=subprocess.DEVNULL,
+                          capture_output=True, text=True, timeout=300, check=False,
+                          env={**os.environ, "SAMPLE_SIZE": SIZE})
+    assert done.returncode == 0, done.stdout + done.stderr
+    return done.stdout
+
+
+def expect_save_and_restore(shown):
+    planted = pools.pool(size=SIZE, seed=7).types
+    saved = sum(count for name, count in planted.items() if name not in ("User", "BT leaf Z64"))
+    files = [int(count) for count in re.findall(r"T\d{7}\.ZSB +\d+ bytes +(\d+) blocks  sound", shown)]
+    assert sum(files) == saved and files[:-1] == [2555] * (len(files) - 1)
+    for name, count in planted.items():
+        taken = 0 if name in ("User", "BT leaf Z64") else count
+        assert f"{name:>14} {taken:>6} of {count:<6}" in shown
+    assert f"Scanning {96 * 256} blocks on SAMPLE." in shown
+    restored = saved - planted["MSAP"]
+    assert f"{restored} restored blocks compared, all equal; {planted['MSAP']} MSAP blocks" in shown
+    assert shown.rstrip().endswith("== Done")
+
+
+def test_the_full_road_shows_a_refused_and_a_forced_change():
+    for answer in (loopdev.have_loop(), loopdev.have_fuse()):
+        if not answer:
+            pytest.skip(answer.why)
+    shown = show()
+    expect_save_and_restore(shown)
+    assert "pool SAMPLE: refused by OSTREL.PoolLock with 20880" in shown
+    assert "OSTREL.PoolLock answered 0x0\npool SAMPLE: now active after" in shown
+    assert "Scan failed (see ostrelscan.log for more details): 20826" in shown
+
+
+def test_the_plain_road_works_without_devices_and_says_so():
+    shown = show("--plain")
+    expect_save_and_restore(shown)
+    assert "Without block devices and service (it was not wanted): image files" in shown
