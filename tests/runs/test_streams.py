@@ -57,17 +57,14 @@ def traced_save(tmp_path):
     return save
 
 
-@pytest.mark.parametrize("options, extra", [
-    (("--validation-skip",), 0),
-    # The check of block 1 fills the stream's buffer, behind block 0, before the pass does.
-    ((), 256 * 1024 + 4096), (("-a",), 256 * 1024 + 4096), (("-c",), 256 * 1024 + 4096)],
-    ids=["unchecked", "raw", "all", "compressed"])
-def test_each_block_is_read_once_in_large_pieces(pool, pool_device, traced_save, options, extra):
+@pytest.mark.parametrize("options", [("--validation-skip",), (), ("-a",), ("-c",)],
+                         ids=["unchecked", "raw", "all", "compressed"])
+def test_each_block_is_read_once_in_large_pieces(pool, pool_device, traced_save, options):
     made = pool(size="16M")
     with pool_device(made) as device:
         calls = traced_save(device, *options)
         reads = calls.results("read", device)
-        assert made.size <= sum(reads) <= made.size + extra
+        assert sum(reads) == made.size
         assert 0 < len(reads) <= 0.07 * made.blocks
         assert len(calls.results("lseek", device)) <= 0.01 * made.blocks
         assert calls.results("write", device) == []

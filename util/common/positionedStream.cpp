@@ -27,14 +27,26 @@ int PositionedStream::Begin(std::FILE* stream, std::size_t bufferSize) {
         buffer_ = std::make_unique<char[]>(bufferSize);
         std::setvbuf(stream, buffer_.get(), _IOFBF, bufferSize);
     }
+    fresh_ = bufferSize != 0;
     position_ = 0;
     direction_ = Direction::None;
     return 0;
 }
 
+void PositionedStream::FillFromStart() {
+    // The C library seeks inside its buffer only once it knows where the file stands.
+    if (fseeko64(stream_.get(), 0, SEEK_SET) != 0 || std::getc(stream_.get()) == EOF) {
+        ClearIndicators();
+    }
+    fresh_ = false;
+}
+
 int PositionedStream::SeekTo(std::uint64_t offset) {
     if (position_ == offset) {
         return 0;
+    }
+    if (fresh_) {
+        FillFromStart();
     }
     position_ = kUnknown;
     if (fseeko64(stream_.get(), static_cast<off64_t>(offset), SEEK_SET) != 0) {
@@ -46,6 +58,7 @@ int PositionedStream::SeekTo(std::uint64_t offset) {
 }
 
 void PositionedStream::Turn(Direction direction) {
+    fresh_ = false;
     if (direction_ != direction && direction_ != Direction::None) {
         fseeko64(stream_.get(), 0, SEEK_CUR);
     }

@@ -55,12 +55,16 @@ class PositionedStream {
     };
 
     int Begin(std::FILE* stream, std::size_t bufferSize);
+    /// Fills a fresh buffer from the start: a seek before the first read would fill it from another
+    /// place, and what stands before that would be read twice.
+    void FillFromStart();
 
     /// Between a read and a write of one stream stands a seek, whatever the offset.
     void Turn(Direction direction);
 
     std::unique_ptr<char[]> buffer_;  // outlives the stream, which closes first
     std::unique_ptr<std::FILE, StreamCloser> stream_;
+    bool fresh_ = false;  // buffered, and nothing was read or written yet
     std::uint64_t position_ = kUnknown;
     Direction direction_ = Direction::None;
 };
