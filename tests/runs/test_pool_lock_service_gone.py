@@ -1,6 +1,5 @@
 """A service that stands still or dies keeps no run from its end, nor a dead run the service."""
 
-import contextlib
 import os
 import signal
 import time
@@ -19,15 +18,6 @@ STOPPED = (24999,)
 DEAD = (20008, 24999)
 NOT_UNREGISTERED = ("util/common/heb[225] Could not unregister from HEB "
                     "Could not unregister with HEB")
-
-
-@contextlib.contextmanager
-def standing_still(service):
-    service.process.send_signal(signal.SIGSTOP)
-    try:
-        yield
-    finally:
-        service.process.send_signal(signal.SIGCONT)
 
 
 @pytest.fixture
@@ -55,7 +45,7 @@ def expect_end(run, disk, status, bus_statuses):
 
 def test_a_save_ends_well_beside_a_service_that_stands_still(saving, sample):
     service, run, disk = saving
-    with standing_still(service):
+    with service.standing_still():
         expect_end(run, disk, 0, STOPPED)
         (saved,) = servedrun.history(run.body)
         assert saved[1] == "0"
@@ -73,7 +63,7 @@ def test_a_held_change_ends_the_save_of_a_service_that_stands_still(saving):
     service, run, disk = saving
     change = service.change("active", "--forced")
     run.wait_for_line(ACCEPTED)
-    with standing_still(service):
+    with service.standing_still():
         expect_end(run, disk, 1, STOPPED)
         assert run.failed_with(20826)
     assert finished(change)[0] == 0 and service.pool_state() == "active"
@@ -102,7 +92,7 @@ def test_a_service_that_comes_back_knows_nothing_of_a_save(saving, serve):
 
 def test_a_service_that_stands_still_for_a_while_is_not_missed(saving):
     service, run, disk = saving
-    with standing_still(service):
+    with service.standing_still():
         time.sleep(0.3)
     disk.go_on()
     assert run.wait_exit() == 0

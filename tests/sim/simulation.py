@@ -1,6 +1,7 @@
 """Drives ostrelsim from tests: starts it in a mount namespace of its own, so that several run side
 by side and each has its own /_admin, and asks its control command."""
 
+import contextlib
 import json
 import os
 import re
@@ -132,6 +133,20 @@ class Simulation:
     def consumer(self):
         self.consumers.append(Consumer(self.environment()))
         return self.consumers[-1]
+
+    @contextlib.contextmanager
+    def standing_still(self):
+        """The service is stopped, every thread of it, and goes on afterwards. The signal returns
+        before that has happened."""
+        tasks = Path(f"/proc/{self.process.pid}/task")
+        self.process.send_signal(signal.SIGSTOP)
+        try:
+            assert wait_until(lambda: all(
+                (task / "stat").read_text().rpartition(")")[2].split()[0] == "T"
+                for task in tasks.iterdir()))
+            yield
+        finally:
+            self.process.send_signal(signal.SIGCONT)
 
     def kill(self):
         self.process.kill()

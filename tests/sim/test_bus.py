@@ -1,4 +1,3 @@
-import signal
 import subprocess
 import time
 
@@ -206,12 +205,9 @@ def test_registration_fails_without_a_service(sim):
 def test_a_service_that_stands_still_hangs_nobody(sim):
     consumer = sim.consumer()
     handle = consumer.register()["handle"]
-    sim.process.send_signal(signal.SIGSTOP)
-    try:
+    with sim.standing_still():
         registration = consumer.register("OSTREL.PoolRename.Enter")
         removal = consumer.do(do="unregister", handle=handle)
-    finally:
-        sim.process.send_signal(signal.SIGCONT)
     assert registration["status"] != 0 and registration["seconds"] < 8
     assert removal["status"] != 0 and removal["seconds"] < 8
     # The registration whose reply came too late is withdrawn.
