@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <future>
 #include <string>
@@ -21,6 +22,14 @@ class FakeBus {
         std::string recordConsumerName;
         unsigned long flags;
         std::uint64_t handle;
+
+        /// The record's field at that offset.
+        template <typename Value>
+        Value At(std::size_t offset) const {
+            Value value;
+            std::memcpy(&value, record.data() + offset, sizeof value);
+            return value;
+        }
     };
 
     struct Delivery {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -9,7 +8,6 @@
 
 #include "tests/support/capturedLog.h"
 #include "tests/support/fakeBus.h"
-#include "tests/support/thrown.h"
 #include "util/common/heb.h"
 
 namespace {
@@ -21,101 +19,12 @@ constexpr GUID_t kOther{0x12345678, 0x9abc, 0x0def, 0x80, 1, {10, 11, 12, 13, 14
 constexpr std::uint64_t kAbortable = 8;
 constexpr std::uint64_t kForced = 0;
 
-std::uint32_t NoCallback(EventBlock*) {
-    return 0;
-}
-
-template <typename Value>
-Value At(const FakeBus::Registration& registration, std::size_t offset) {
-    Value value;
-    std::memcpy(&value, registration.record.data() + offset, sizeof value);
-    return value;
-}
-
-class Bus : public testing::Test {
-  protected:
-    std::unique_ptr<HEBKey> Register() {
-        return bus_.EventRegister("EVENT", "CONSUMER", &consumer_, NoCallback);
-    }
-
-    FakeBus& fake_ = FakeBus::Fresh();
-    support::CapturedLog log_;
-    HaldenEventBus bus_;
-    HEBConsumer consumer_{"CONSUMER"};
-};
-
-TEST_F(Bus, RegistrationRecordHasItsFieldsAtTheirPlacesAndZerosElsewhere) {
-    const std::unique_ptr<HEBKey> key = Register();
-    ASSERT_EQ(fake_.registered.size(), 1U);
-    const FakeBus::Registration& made = fake_.registered.front();
-    EXPECT_EQ(made.eventName, "EVENT");
-    EXPECT_EQ(made.consumerName, "CONSUMER");
-    EXPECT_EQ(made.flags, 0U);
-    EXPECT_EQ(At<std::uint32_t>(made, 0), 1U);
-    EXPECT_EQ(made.recordConsumerName, "CONSUMER");
-    EXPECT_EQ(made.recordEventName, "EVENT");
-    EXPECT_EQ(At<void*>(made, 24), &consumer_);
-    EXPECT_EQ(At<HEBCallback>(made, 48), &NoCallback);
-    EXPECT_EQ(At<HEBCallback>(made, 96), &NoCallback);
-    EXPECT_EQ(At<std::uint32_t>(made, 104), 3U);
-    const auto zeros = [&made](std::size_t from, std::size_t to) {
-        return std::all_of(made.record.begin() + static_cast<std::ptrdiff_t>(from),
-                           made.record.begin() + static_cast<std::ptrdiff_t>(to),
-                           [](unsigned char byte) { return byte == 0; });
-    };
-    EXPECT_TRUE(zeros(4, 8) && zeros(32, 48) && zeros(56, 96) && zeros(108, 120));
-    EXPECT_EQ(key->eventName, "EVENT");
-    EXPECT_EQ(key->consumerName, "CONSUMER");
-    EXPECT_EQ(key->handle, made.handle);
-    EXPECT_EQ(key->context, &consumer_);
-}
-
-TEST_F(Bus, RefusedRegistrationIsARuntimeError) {
-    fake_.registerResult = 7;
-    EXPECT_EQ(ThrownBy([this] { Register(); }), ARuntimeError("HEB register error"));
-    EXPECT_EQ(log_.Text(), "");
-}
-
-TEST_F(Bus, OnlyTheLow32BitsOfAResultCount) {
-    fake_.unregisterResult = 0x700000000;
-    std::unique_ptr<HEBKey> key = Register();
-    EXPECT_EQ(ThrownBy([&] { bus_.EventUnregister(std::move(key)); }), Thrown{});
-    fake_.registerResult = 0x700000000;
-    EXPECT_EQ(ThrownBy([this] { Register(); }), Thrown{});
-}
-
-TEST_F(Bus, UnregistersWithTheHandleAndTheContext) {
-    std::unique_ptr<HEBKey> key = Register();
-    const std::uint64_t handle = key->handle;
-    bus_.EventUnregister(std::move(key));
-    EXPECT_EQ(fake_.unregisteredHandles, (std::vector<std::uint64_t>{handle}));
-    EXPECT_EQ(fake_.unregisteredContexts, (std::vector<void*>{&consumer_}));
-    EXPECT_TRUE(fake_.registered.empty());
-}
-
-TEST_F(Bus, AKeyThatIsNotRegisteredIsOnlyFreed) {
-    bus_.EventUnregister(std::make_unique<HEBKey>());
-    EXPECT_TRUE(fake_.unregisteredHandles.empty());
-}
-
-TEST_F(Bus, NullKeyIsARuntimeError) {
-    EXPECT_EQ(ThrownBy([this] { bus_.EventUnregister(nullptr); }), ARuntimeError("Key is null"));
-}
-
-TEST_F(Bus, RefusedUnregistrationIsLoggedAndARuntimeError) {
-    std::unique_ptr<HEBKey> key = Register();
-    fake_.unregisterResult = 0x15;
-    EXPECT_EQ(ThrownBy([&] { bus_.EventUnregister(std::move(key)); }),
-              ARuntimeError("Could not unregister with HEB"));
-    EXPECT_EQ(log_.Text(), "Could not unregister with HEB.  HEN returned status 15\n");
-}
-
 /// A family as a test drives it.
 struct FamilyRow {
     const char* name;
     const char* eventName;
     const char* object;
-    int (*registerFor)(HEBConsumer&, const GUID_t*, HEBChangeFlag);
+    int (*registerFor)(HEBConsumer&, const GUID_t*, const HEBChangeFlag&);
     int (HEBConsumer::*unregister)();
     HEBCallback callback;
     std::uint32_t (HEBConsumer::*handler)(EventBlock*);
@@ -125,30 +34,49 @@ void PrintTo(const FamilyRow& row, std::ostream* stream) {
     *stream << row.name;
 }
 
-#define FAMILY(family, event, object, Key, ...)                                \
-    FamilyRow {                                                                \
-#family, event, object,                                                      \
-            [](HEBConsumer& consumer, const GUID_t* guid,                            \
-               [[maybe_unused]] HEBChangeFlag flag) {                                \
-                const Key key = guid != nullptr ? Key(guid) : Key();                 \
-                return consumer.HEBC_##family##_Register(key __VA_OPT__(, ) __VA_ARGS__); \
-            },                                                                       \
-            &HEBConsumer::HEBC_##family##_Unregister, HEBConsumer::HEBC_##family##_Callback, \
-            &HEBConsumer::HEBC_##family##_Handler \
-    }
+template <typename Key>
+Key KeyOf(const GUID_t* guid) {
+    return guid != nullptr ? Key(guid) : Key();
+}
+
+template <typename Key, int (HEBConsumer::*registerFamily)(const Key&, HEBChangeFlag)>
+int WithFlag(HEBConsumer& consumer, const GUID_t* guid, const HEBChangeFlag& flag) {
+    return (consumer.*registerFamily)(KeyOf<Key>(guid), flag);
+}
+
+template <typename Key, int (HEBConsumer::*registerFamily)(const Key&)>
+int Plain(HEBConsumer& consumer, const GUID_t* guid, const HEBChangeFlag&) {
+    return (consumer.*registerFamily)(KeyOf<Key>(guid));
+}
 
 const FamilyRow kFamilies[] = {
-    FAMILY(CPSE, "OSTREL.ChangePoolState.Enter", "pool", PoolKey, std::move(flag)),
-    FAMILY(CVSE, "OSTREL.ChangeVolState.Enter", "volume", VolumeKey, std::move(flag)),
-    FAMILY(PR, "OSTREL.PoolRename.Enter", "pool", PoolKey),
-    FAMILY(VR, "OSTREL.LVolumeRename.Enter", "volume", VolumeKey),
-    FAMILY(VRX, "OSTREL.LVolumeRename.Exit", "volume", VolumeKey),
-    FAMILY(VD, "OSTREL.LVolumeDelete.Enter", "volume", VolumeKey),
-    FAMILY(VDX, "OSTREL.LVolumeDelete.Exit", "volume", VolumeKey),
-    FAMILY(ZID64E, "OSTREL.LVolZID64.Enter", "volume", VolumeKey),
-    FAMILY(ZID64X, "OSTREL.LVolZID64.Exit", "volume", VolumeKey)};
-
-#undef FAMILY
+    {"CPSE", "OSTREL.ChangePoolState.Enter", "pool",
+     WithFlag<PoolKey, &HEBConsumer::HEBC_CPSE_Register>, &HEBConsumer::HEBC_CPSE_Unregister,
+     HEBConsumer::HEBC_CPSE_Callback, &HEBConsumer::HEBC_CPSE_Handler},
+    {"CVSE", "OSTREL.ChangeVolState.Enter", "volume",
+     WithFlag<VolumeKey, &HEBConsumer::HEBC_CVSE_Register>, &HEBConsumer::HEBC_CVSE_Unregister,
+     HEBConsumer::HEBC_CVSE_Callback, &HEBConsumer::HEBC_CVSE_Handler},
+    {"PR", "OSTREL.PoolRename.Enter", "pool", Plain<PoolKey, &HEBConsumer::HEBC_PR_Register>,
+     &HEBConsumer::HEBC_PR_Unregister, HEBConsumer::HEBC_PR_Callback,
+     &HEBConsumer::HEBC_PR_Handler},
+    {"VR", "OSTREL.LVolumeRename.Enter", "volume", Plain<VolumeKey, &HEBConsumer::HEBC_VR_Register>,
+     &HEBConsumer::HEBC_VR_Unregister, HEBConsumer::HEBC_VR_Callback,
+     &HEBConsumer::HEBC_VR_Handler},
+    {"VRX", "OSTREL.LVolumeRename.Exit", "volume",
+     Plain<VolumeKey, &HEBConsumer::HEBC_VRX_Register>, &HEBConsumer::HEBC_VRX_Unregister,
+     HEBConsumer::HEBC_VRX_Callback, &HEBConsumer::HEBC_VRX_Handler},
+    {"VD", "OSTREL.LVolumeDelete.Enter", "volume", Plain<VolumeKey, &HEBConsumer::HEBC_VD_Register>,
+     &HEBConsumer::HEBC_VD_Unregister, HEBConsumer::HEBC_VD_Callback,
+     &HEBConsumer::HEBC_VD_Handler},
+    {"VDX", "OSTREL.LVolumeDelete.Exit", "volume",
+     Plain<VolumeKey, &HEBConsumer::HEBC_VDX_Register>, &HEBConsumer::HEBC_VDX_Unregister,
+     HEBConsumer::HEBC_VDX_Callback, &HEBConsumer::HEBC_VDX_Handler},
+    {"ZID64E", "OSTREL.LVolZID64.Enter", "volume",
+     Plain<VolumeKey, &HEBConsumer::HEBC_ZID64E_Register>, &HEBConsumer::HEBC_ZID64E_Unregister,
+     HEBConsumer::HEBC_ZID64E_Callback, &HEBConsumer::HEBC_ZID64E_Handler},
+    {"ZID64X", "OSTREL.LVolZID64.Exit", "volume",
+     Plain<VolumeKey, &HEBConsumer::HEBC_ZID64X_Register>, &HEBConsumer::HEBC_ZID64X_Unregister,
+     HEBConsumer::HEBC_ZID64X_Callback, &HEBConsumer::HEBC_ZID64X_Handler}};
 
 class Consumer {
   public:
@@ -198,8 +126,8 @@ TEST_P(Families, RegisterForTheirEventWithTheirOwnCallback) {
     EXPECT_EQ(made.eventName, family_.eventName);
     EXPECT_EQ(made.recordEventName, family_.eventName);
     EXPECT_EQ(made.consumerName, "OSTREL.Test");
-    EXPECT_EQ(At<void*>(made, 24), &*consumer_);
-    EXPECT_EQ(At<HEBCallback>(made, 48), family_.callback);
+    EXPECT_EQ(made.At<void*>(24), &*consumer_);
+    EXPECT_EQ(made.At<HEBCallback>(48), family_.callback);
     EXPECT_EQ(Unregister(), 0);
     EXPECT_TRUE(fake_.registered.empty());
     EXPECT_EQ(log_.Text(), "");
@@ -254,6 +182,15 @@ TEST_P(Families, AnswerAnEventAfterTheUnregistrationAsEarly) {
     ASSERT_EQ(Unregister(), 0);
     EXPECT_EQ(Deliver(StateChange(kGUID, 3, 6, kAbortable)).answer, 0U);
     EXPECT_EQ(log_.Text(), Heading("540") + "early event.\n");
+}
+
+TEST_P(Families, HandleWhatTheirCallbackIsGiven) {
+    Watch();
+    EventBlock event{};
+    event.notifyType = 2;
+    EXPECT_EQ(((*consumer_).*family_.handler)(&event), 0U);
+    EXPECT_EQ(log_.Text(), Heading("547") + "not a EBEventNotifyType(2) we care about.\n");
+    EXPECT_EQ(Unregister(), 0);
 }
 
 TEST_P(Families, IgnoreAnotherNotifyType) {
