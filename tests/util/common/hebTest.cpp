@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -188,7 +189,8 @@ TEST_P(Families, HandleWhatTheirCallbackIsGiven) {
     Watch();
     EventBlock event{};
     event.notifyType = 2;
-    EXPECT_EQ(((*consumer_).*family_.handler)(&event), 0U);
+    HEBConsumer& consumer = *consumer_;
+    EXPECT_EQ(std::invoke(family_.handler, consumer, &event), 0U);
     EXPECT_EQ(log_.Text(), Heading("547") + "not a EBEventNotifyType(2) we care about.\n");
     EXPECT_EQ(Unregister(), 0);
 }
