@@ -146,3 +146,15 @@ def pytest_terminal_summary(terminalreporter):
     reasons = collections.Counter(report.longrepr[2] for report in reports)
     for reason, count in reasons.items():
         terminalreporter.write_line(f"{count} skipped - {reason.removeprefix('Skipped: ')}")
+
+
+@pytest.fixture
+def saving(serve, slow_device, tmp_path):
+    """A save that stands still in the middle of a scan file: (service, run, disk)."""
+    service = serve()
+    device, disk = slow_device("2000")
+    with service.save(tmp_path, device) as run:
+        disk.wait_for_pause()
+        run.wait_until_stuck()
+        yield service, run, disk
+        disk.go_on()

@@ -18,18 +18,6 @@ VETO = "  OSTREL.PoolLock answered 0xFFFF00 with 20880\n"
 PASSED = "  OSTREL.PoolLock answered 0x0\n"
 
 
-@pytest.fixture
-def saving(serve, slow_device, tmp_path):
-    """A save that stands still in the middle of a scan file: (service, run, disk)."""
-    service = serve()
-    device, disk = slow_device(MIDDLE)
-    with service.save(tmp_path, device) as run:
-        disk.wait_for_pause()
-        run.wait_until_stuck()
-        yield service, run, disk
-        disk.go_on()
-
-
 def expect_ended_by_change(service, run):
     assert run.wait_exit() == 1
     assert run.message == ENDED_BY_CHANGE

@@ -4,12 +4,9 @@ import os
 import signal
 import time
 
-import pytest
-
 import servedrun
 from servedrun import ACCEPTED, POOL, finished
 
-MIDDLE = "2000"
 # The bus library gives a service five seconds; the rest is for a busy machine.
 BOUND = 20
 # What the library says of a service that does not answer; of one that is gone it says so too until
@@ -18,18 +15,6 @@ STOPPED = (24999,)
 DEAD = (20008, 24999)
 NOT_UNREGISTERED = ("util/common/heb[225] Could not unregister from HEB "
                     "Could not unregister with HEB")
-
-
-@pytest.fixture
-def saving(serve, slow_device, tmp_path):
-    """A save that stands still in the middle of a scan file: (service, run, disk)."""
-    service = serve()
-    device, disk = slow_device(MIDDLE)
-    with service.save(tmp_path, device) as run:
-        disk.wait_for_pause()
-        run.wait_until_stuck()
-        yield service, run, disk
-        disk.go_on()
 
 
 def expect_end(run, disk, status, bus_statuses):

@@ -14,7 +14,7 @@
 class PositionedStream {
   public:
     /// Opens `path` as fopen does, with a buffer of its own of `bufferSize` bytes (0: unbuffered).
-    /// Returns 0 or errno. No stream may be open.
+    /// Returns 0 or errno. A stream that is still open is closed.
     int Open(const char* path, const char* mode, std::size_t bufferSize);
 
     /// Makes a stream of an open file at its start, as `Open` does. Returns 0 or errno.
