@@ -140,16 +140,8 @@ def slow_device(sample, tmp_path):
             loopdev.fault_loop(image, tmp_path / folder, f"pause={block}"))
 
 
-def pytest_terminal_summary(terminalreporter):
-    """Says how many tests were skipped for each reason."""
-    reports = terminalreporter.stats.get("skipped", [])
-    reasons = collections.Counter(report.longrepr[2] for report in reports)
-    for reason, count in reasons.items():
-        terminalreporter.write_line(f"{count} skipped - {reason.removeprefix('Skipped: ')}")
-
-
 @pytest.fixture
-def saving(serve, slow_device, tmp_path):
+def held_save(serve, slow_device, tmp_path):
     """A save that stands still in the middle of a scan file: (service, run, disk)."""
     service = serve()
     device, disk = slow_device("2000")
@@ -158,3 +150,11 @@ def saving(serve, slow_device, tmp_path):
         run.wait_until_stuck()
         yield service, run, disk
         disk.go_on()
+
+
+def pytest_terminal_summary(terminalreporter):
+    """Says how many tests were skipped for each reason."""
+    reports = terminalreporter.stats.get("skipped", [])
+    reasons = collections.Counter(report.longrepr[2] for report in reports)
+    for reason, count in reasons.items():
+        terminalreporter.write_line(f"{count} skipped - {reason.removeprefix('Skipped: ')}")

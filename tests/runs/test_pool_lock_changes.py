@@ -39,8 +39,8 @@ def expect_cut_file(run, flags):
         [f"./{file.path.name}", "20826", str(file.header["crc"]), "2555", str(count)]]
 
 
-def test_a_refusable_change_is_refused_and_the_save_goes_on(saving, sample):
-    service, run, disk = saving
+def test_a_refusable_change_is_refused_and_the_save_goes_on(held_save, sample):
+    service, run, disk = held_save
     for state in ("active", "deactive", "degraded"):
         status, words = finished(service.change(state))
         assert status == 1
@@ -80,8 +80,8 @@ def test_a_forced_change_during_a_file_ends_the_save(serve, slow_device, tmp_pat
 
 
 @pytest.mark.parametrize("mode", ["0", "7", "0xFFFFFFFFFFFFFFF7"])
-def test_a_change_is_forced_whatever_else_its_mode_says(saving, mode):
-    service, run, disk = saving
+def test_a_change_is_forced_whatever_else_its_mode_says(held_save, mode):
+    service, run, disk = held_save
     event = service.event("--mode", mode)
     run.wait_for_line(ACCEPTED)
     disk.go_on()
@@ -91,8 +91,8 @@ def test_a_change_is_forced_whatever_else_its_mode_says(saving, mode):
 
 
 @pytest.mark.parametrize("mode", ["8", "15", "0xFFFFFFFFFFFFFFFF"])
-def test_a_change_is_refusable_whatever_else_its_mode_says(saving, mode):
-    service, run, disk = saving
+def test_a_change_is_refusable_whatever_else_its_mode_says(held_save, mode):
+    service, run, disk = held_save
     assert finished(service.event("--mode", mode)) == (
         1, f"{VETO}{servedrun.POOL_STATE}: delivered to 1\n")
     disk.go_on()
@@ -101,8 +101,8 @@ def test_a_change_is_refusable_whatever_else_its_mode_says(saving, mode):
 
 @pytest.mark.parametrize("states", [("2", "6"), ("0", "1"), ("6", "3"), ("65535", "0")],
                          ids="-".join)
-def test_which_states_a_change_is_between_does_not_matter(saving, states):
-    service, run, disk = saving
+def test_which_states_a_change_is_between_does_not_matter(held_save, states):
+    service, run, disk = held_save
     status, _ = finished(service.event("--from", states[0], "--to", states[1]))
     assert status == 1
     disk.go_on()
@@ -123,8 +123,8 @@ IGNORED = [
 
 
 @pytest.mark.parametrize("mode", ["0", "8"], ids=["forced", "refusable"])
-def test_events_that_do_not_concern_the_pool_are_let_pass(saving, mode):
-    service, run, disk = saving
+def test_events_that_do_not_concern_the_pool_are_let_pass(held_save, mode):
+    service, run, disk = held_save
     for options, line in IGNORED:
         before = run.count(handler_line(line))
         assert finished(service.event("--mode", mode, *options)) == (
@@ -135,8 +135,8 @@ def test_events_that_do_not_concern_the_pool_are_let_pass(saving, mode):
     assert sum(servedrun.HANDLER in line for line in run.lines) == len(IGNORED)
 
 
-def test_events_of_other_kinds_do_not_reach_the_tool(saving):
-    service, run, disk = saving
+def test_events_of_other_kinds_do_not_reach_the_tool(held_save):
+    service, run, disk = held_save
     for event in ("OSTREL.ChangeVolState.Enter", "OSTREL.PoolRename.Enter",
                   "OSTREL.LVolumeDelete.Exit"):
         assert service.control("event", event, "--guid", servedrun.POOL_GUID) == (
@@ -145,8 +145,8 @@ def test_events_of_other_kinds_do_not_reach_the_tool(saving):
     assert run.wait_exit() == 0 and servedrun.HANDLER not in run.log
 
 
-def test_several_forced_changes_are_all_let_go(saving):
-    service, run, disk = saving
+def test_several_forced_changes_are_all_let_go(held_save):
+    service, run, disk = held_save
     first = service.event("--mode", "0")
     run.wait_for_line(ACCEPTED)
     others = [service.event("--mode", "0", "--to", "2") for _ in range(3)]
@@ -160,8 +160,8 @@ def test_several_forced_changes_are_all_let_go(saving):
     expect_cut_file(run, 0x010)
 
 
-def test_a_refusable_change_behind_a_forced_one_is_let_go_too(saving):
-    service, run, disk = saving
+def test_a_refusable_change_behind_a_forced_one_is_let_go_too(held_save):
+    service, run, disk = held_save
     forced = service.event("--mode", "0")
     run.wait_for_line(ACCEPTED)
     refusable = service.event("--mode", "8")

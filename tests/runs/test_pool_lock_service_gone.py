@@ -28,8 +28,8 @@ def expect_end(run, disk, status, bus_statuses):
                                 for status in bus_statuses]
 
 
-def test_a_save_ends_well_beside_a_service_that_stands_still(saving, sample):
-    service, run, disk = saving
+def test_a_save_ends_well_beside_a_service_that_stands_still(held_save, sample):
+    service, run, disk = held_save
     with service.standing_still():
         expect_end(run, disk, 0, STOPPED)
         (saved,) = servedrun.history(run.body)
@@ -37,15 +37,15 @@ def test_a_save_ends_well_beside_a_service_that_stands_still(saving, sample):
     assert service.holds_nothing()
 
 
-def test_a_save_ends_well_beside_a_service_that_died(saving):
-    service, run, disk = saving
+def test_a_save_ends_well_beside_a_service_that_died(held_save):
+    service, run, disk = held_save
     service.kill()
     expect_end(run, disk, 0, DEAD)
     assert servedrun.history(run.body)[0][1] == "0"
 
 
-def test_a_held_change_ends_the_save_of_a_service_that_stands_still(saving):
-    service, run, disk = saving
+def test_a_held_change_ends_the_save_of_a_service_that_stands_still(held_save):
+    service, run, disk = held_save
     change = service.change("active", "--forced")
     run.wait_for_line(ACCEPTED)
     with service.standing_still():
@@ -55,8 +55,8 @@ def test_a_held_change_ends_the_save_of_a_service_that_stands_still(saving):
     assert service.holds_nothing()
 
 
-def test_a_held_change_ends_the_save_of_a_service_that_died(saving):
-    service, run, disk = saving
+def test_a_held_change_ends_the_save_of_a_service_that_died(held_save):
+    service, run, disk = held_save
     change = service.change("active", "--forced")
     run.wait_for_line(ACCEPTED)
     service.kill()
@@ -65,8 +65,8 @@ def test_a_held_change_ends_the_save_of_a_service_that_died(saving):
     assert finished(change)[0] == 2
 
 
-def test_a_service_that_comes_back_knows_nothing_of_a_save(saving, serve):
-    service, run, disk = saving
+def test_a_service_that_comes_back_knows_nothing_of_a_save(held_save, serve):
+    service, run, disk = held_save
     service.kill()
     again = serve(socket=service.socket)
     assert "OSTREL" not in again.control("state", POOL, "active")
@@ -75,8 +75,8 @@ def test_a_service_that_comes_back_knows_nothing_of_a_save(saving, serve):
     assert again.exchange_kinds() == ["state"]
 
 
-def test_a_service_that_stands_still_for_a_while_is_not_missed(saving):
-    service, run, disk = saving
+def test_a_service_that_stands_still_for_a_while_is_not_missed(held_save):
+    service, run, disk = held_save
     with service.standing_still():
         time.sleep(0.3)
     disk.go_on()
@@ -84,8 +84,8 @@ def test_a_service_that_stands_still_for_a_while_is_not_missed(saving):
     assert service.holds_nothing() and service.exchange_kinds() == servedrun.HELD_RUN
 
 
-def test_a_run_that_is_killed_holds_nothing(saving):
-    service, run, disk = saving
+def test_a_run_that_is_killed_holds_nothing(held_save):
+    service, run, disk = held_save
     change = service.change("active", "--forced")
     run.wait_for_line(ACCEPTED)
     os.kill(run.pid, signal.SIGKILL)
