@@ -64,7 +64,7 @@ class ScanFileList {
     /// The newest entry, or `SFF_Unreferenced`.
     ScanFileFacts& ScanFileFactsLast();
 
-    /// A new key at the newest entry; the caller ends it with `EnumerateClose`.
+    /// A new key at the newest entry, owned by the caller; `EnumerateClose` deletes it.
     SFL_Key* EnumerateOpen(int mode) const;
     /// The entry at the key, which steps to the one before; `SFF_Unreferenced` past the oldest.
     ScanFileFacts& Enumerate(SFL_Key* key);

@@ -64,7 +64,7 @@ class BlockSelector {
     unsigned char Account(const char* block);
     unsigned char Account(unsigned first, unsigned second);
 
-    /// A new key before the row of this index; the caller ends it with `EnumerateClose`.
+    /// A new key before the row of this index, owned by the caller; `EnumerateClose` deletes it.
     BS_Key* EnumerateOpen(int start);
     /// The next row, or null after the last.
     BlockSelect_s* Enumerate(BS_Key* key);

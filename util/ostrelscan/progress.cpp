@@ -21,7 +21,7 @@ ProgressFigures ComputeProgress(unsigned long long total, unsigned long long cur
     figures.percent = PercentDone(total, current);
     figures.minutes = elapsed / 60;
     figures.minutesLeft = (static_cast<unsigned>((total - current) / (figures.rate + 1)) + 59) / 60;
-    // 2560000 is a hundred times a file's records, rounded; the percentage stands in hundredths.
+    // Both sides are scaled by a thousand, and a file counts as 2560 records, near its 2555.
     figures.files = (100000 / (figures.percent + 1) * done + 2559) / 2560000 + 1;
     return figures;
 }

@@ -38,8 +38,8 @@ struct RestoreOptions : ScanOptions {
     const char* path;  ///< directory of the scan files, ending in "/"
 };
 
-/// Write the record as one `<Options>` element without a final line end, texts unescaped and
-/// numbers in the stream's base. A missing text writes nothing and sets the stream's failure bit.
+/// Write the record as one `<Options>` element, a line for each field, texts unescaped and numbers
+/// in the stream's base. A missing text writes nothing and sets the stream's failure bit.
 std::ostream& operator<<(std::ostream& stream, const DumpOptions& options);
 /// Leaves the device out.
 std::ostream& operator<<(std::ostream& stream, const RestoreOptions& options);

@@ -27,8 +27,8 @@ struct Look {
     attr_t extra;  ///< switched after it
 };
 
-/// The numbers differ only in boldness on screen, since all pairs are white on blue; the dialogues
-/// name what they mean by them all the same.
+/// All pairs are white on blue, so that the numbers differ in boldness alone, but for 0, which is
+/// invisible; the dialogues name what they mean by them all the same.
 Look LookOf(int attribute) {
     switch (attribute) {
         case 0:
