@@ -142,6 +142,8 @@ std::optional<int> TakePositionals(char** arguments, RunSettings& settings) {
 }  // namespace
 
 std::optional<int> ParseCommandLine(int argc, char** argv, RunSettings& settings) {
+    // Options may stand behind the arguments, whatever the environment says of that.
+    unsetenv("POSIXLY_CORRECT");
     optind = 0;  // begin anew, whatever was parsed before
     int option = 0;
     while ((option = getopt_long(argc, argv, SCAN_ShortOptions, kLongOptions, nullptr)) != -1) {
