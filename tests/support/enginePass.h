@@ -24,15 +24,11 @@ struct Asked {
     std::string device{};  ///< by default the file that stands in for the device
 };
 
-/// Numbers the engines from 0 again: a set number has two digits, and one process runs many tests.
-struct EngineNumbers : ScanThread {
-    static void Restart() { ST_ThreadId = 0; }
-};
-
 /// For tests that run a save over a file that stands in for a pool's device.
 class EnginePass : public testing::Test {
   protected:
-    EnginePass() { EngineNumbers::Restart(); }
+    /// A set number has two digits, and one process runs many tests.
+    EnginePass() { ScanThread::ST_ThreadId = 0; }
 
     static void AwaitEnd(const ScanEngine& engine) {
         while (!engine.Finished()) {

@@ -100,10 +100,22 @@ class ZSBFile {
     int Open(const char* name, const char* directory);
     int Open(const std::string& path);
 
-    /// Opens the file of the set that `OpenNext` has come to; the numbers are only checked for what
-    /// a name can hold (`zERR_BAD_PARAMETER_VALUE`). Mode 1 raw .ZSB, 2 compressed .ZSB, 3 raw
-    /// .ZRB, 4 compressed .ZRB; 0 any, 5 any .ZSB, 6 any .ZRB, 7 any raw, 8 any compressed. What
-    /// the first of the "any" modes finds sets the kind of name for all files after it.
+    /// Which names are tried. What the first of the "any" modes finds sets the kind of name for all
+    /// files after it.
+    enum OpenMode {
+        kOpenAny = 0,
+        kOpenRawZSB = 1,
+        kOpenCompressedZSB = 2,
+        kOpenRawZRB = 3,
+        kOpenCompressedZRB = 4,
+        kOpenAnyZSB = 5,
+        kOpenAnyZRB = 6,
+        kOpenAnyRaw = 7,
+        kOpenAnyCompressed = 8
+    };
+
+    /// Opens the file of the set that `OpenNext` has come to, with a mode of `OpenMode`; the
+    /// numbers are only checked for what a name can hold (`zERR_BAD_PARAMETER_VALUE`).
     int Open(int mode, int fileNumber, int setNumber);
     int OpenNext(int mode);
     /// Closes the file and goes on to the next number.

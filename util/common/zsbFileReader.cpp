@@ -23,7 +23,7 @@ constexpr const char* kCompressedZSB = "C%02lu%05lu.ZSB";
 constexpr const char* kRawZRB = "T%02lu%05lu.ZRB";
 constexpr const char* kCompressedZRB = "C%02lu%05lu.ZRB";
 
-/// The patterns that a mode tries, in order; a mode of one pattern is no choice.
+/// The patterns that an `OpenMode` tries, in order; a mode of one pattern is no choice.
 struct Mode {
     const char* patterns[4];
     std::size_t count;

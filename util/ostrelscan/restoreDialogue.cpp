@@ -1,8 +1,9 @@
 #include <strings.h>
 
-#include <stdexcept>
+#include <exception>
+#include <memory>
+#include <string>
 
-#include "util/common/clock.h"
 #include "util/common/errors.h"
 #include "util/common/log.h"
 #include "util/common/zsbFile.h"
@@ -14,8 +15,6 @@
 
 namespace {
 
-/// The scan-file reader's mode for any .ZRB file.
-constexpr int kAnyZRB = 6;
 constexpr const char* kConsentQuestion = "Do you wish to restore the pool? ";
 
 /// Reads the set at `path`, whatever pool it is of. Throws as the reader does.
@@ -42,32 +41,21 @@ unsigned UserInterface::RunRestore(const char* path, const char* device, const c
     selector.SelectOff(kMagicMSAP);
     DisplayCounts(&selector);
     ScanEngine engine(bypass, validate);
-    const int startStatus = engine.RunRestore(selector, options);
-    if (startStatus != 0) {
-        FatalError(startStatus, "Could not start the restore thread",
-                   "util/ostrelscan/scanUI[689]");
-        return static_cast<unsigned>(startStatus);
+    int status = engine.RunRestore(selector, options);
+    if (status != 0) {
+        FatalError(status, "Could not start the restore thread", "util/ostrelscan/scanUI[689]");
+    } else {
+        WatchRestore(engine, selector);
+        status = Report(engine, "util/ostrelscan/scanUI[727]");
     }
-    RestoreThenReport(engine, selector);
-    return static_cast<unsigned>(engine.Result());
+    return static_cast<unsigned>(status);
 }
 
-void UserInterface::RestoreThenReport(ScanEngine& engine, BlockSelector& selector) {
-    while (!engine.Finished()) {
-        DisplayRestoreState(engine, selector);
-        Ostrel::LB_delay(kPollMilliseconds);
-    }
-    DisplayRestoreState(engine, selector);
-    LogHistory(engine);
-    if (engine.Result() != 0) {
-        ReportFailure(engine, "util/ostrelscan/scanUI[727]");
-    }
-    LetUserView();
-}
-
-void UserInterface::DisplayRestoreState(ScanEngine& engine, BlockSelector& selector) {
-    DisplayCounts(&selector);
-    DisplaySFL(engine.History(), kModeRestore);
+void UserInterface::WatchRestore(ScanEngine& engine, BlockSelector& selector) {
+    Watch(engine, [&](bool /*final*/) {
+        DisplayCounts(&selector);
+        DisplaySFL(engine.History(), kModeRestore);
+    });
 }
 
 void UserInterface::DisplayHeaderRestore(const char* poolName, const char* path) {
@@ -113,7 +101,7 @@ bool UserInterface::ReadPoolName(const char* path, std::string* poolName) {
                    "util/ostrelscan/scanUI[557]");
         return false;
     }
-    const int openStatus = file->OpenNext(kAnyZRB);
+    const int openStatus = file->OpenNext(ZSBFile::kOpenAnyZRB);
     if (openStatus != 0) {
         LogLine() << "Could not open ZRB file:  " << openStatus << '\n';
         FatalError(zERR_UNABLE_TO_OPEN_BEAST, "Could not open ZRB file",

@@ -13,10 +13,6 @@
 namespace {
 
 constexpr const char* kStateFailure = "Pool state issue:  ";
-constexpr const char* kEngineSource = "util/ostrelscan/scanEngine";
-
-/// The scan-file reader's mode for any .ZRB file.
-constexpr int kAnyZRB = 6;
 
 std::unique_ptr<ZSBFile> MakeReader(const RestoreOptions& options) {
     const std::string poolName = options.poolName;
@@ -105,7 +101,7 @@ int ScanEngine::RunRestoreAll(ZSBFile& file) {
 }
 
 int ScanEngine::RestoreOneFile(ZSBFile& file, bool* last) {
-    const int openStatus = file.OpenNext(kAnyZRB);
+    const int openStatus = file.OpenNext(ZSBFile::kOpenAnyZRB);
     history_.LogTrackOpen(file, openStatus);
     if (openStatus != 0) {
         return openStatus;

@@ -3,8 +3,11 @@
 
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <iostream>
+#include <memory>
+#include <optional>
 
 #include "util/common/clock.h"
 #include "util/common/errors.h"

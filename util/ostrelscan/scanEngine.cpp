@@ -20,7 +20,6 @@ constexpr unsigned kStateMaintenance = 3;
 constexpr std::uint64_t kSuperblockNumber = 1;
 /// Up to this one, errors are logged in detail and kept as the last one.
 constexpr std::uint64_t kDetailedErrors = 999;
-constexpr const char* kEngineSource = "util/ostrelscan/scanEngine";
 
 struct ReadFailure {
     int status;

@@ -33,14 +33,14 @@ class ScanThread {
     /// True once the pass has ended: its result and texts can be read, and the engine destroyed.
     bool Finished() const { return finished_.load(std::memory_order_acquire) != 0; }
 
+    static int ST_ThreadId;  ///< the ordinal of the next engine
+
   protected:
     bool StopRequested() const { return stopRequest_.load(std::memory_order_relaxed) != 0; }
     void ClearStopRequest() { stopRequest_.store(0, std::memory_order_relaxed); }
     void SetFinished(bool finished) {
         finished_.store(finished ? 1 : 0, std::memory_order_release);
     }
-
-    static int ST_ThreadId;  ///< the ordinal of the next engine
 
   private:
     int threadId_;
@@ -146,6 +146,7 @@ class ScanEngine : public ScanThread {
     int FailToOpen(const char* device, const char* access, int error, const char* location);
     int FailUnprepared(const std::string& message, const char* logPosition, const char* location);
 
+    static constexpr const char* kEngineSource = "util/ostrelscan/scanEngine";
     static constexpr const char* kSuperblockFailure =
         "OSTREL Pool superblock header validation error:  ";
     static constexpr const char* kBadSuperblock =

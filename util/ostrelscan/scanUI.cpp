@@ -68,42 +68,40 @@ unsigned UserInterface::RunDump(const char* path, const char* device, const char
     }
     DisplayCounts(&selector);
     ScanEngine engine(bypass, validate);
-    const int startStatus = engine.RunDump(selector, options);
-    if (startStatus != 0) {
-        FatalError(startStatus, "Could not start the scan thread", "util/ostrelscan/scanUI[449]");
-        return static_cast<unsigned>(startStatus);
+    int status = engine.RunDump(selector, options);
+    if (status != 0) {
+        FatalError(status, "Could not start the scan thread", "util/ostrelscan/scanUI[449]");
+    } else {
+        WatchDump(engine, selector, options);
+        status = Report(engine, "util/ostrelscan/scanUI[497]");
     }
-    WatchDump(engine, selector, options);
-    unsigned long long current = 0;
-    unsigned long long done = 0;
-    engine.GetStatistics(&current, &done, nullptr, nullptr);
-    LogLine() << "UI - " << current << " Dumped  " << done << '\n';
-    LogHistory(engine);
-    if (engine.Result() != 0) {
-        ReportFailure(engine, "util/ostrelscan/scanUI[497]");
-    }
-    LetUserView();
-    LogLine() << "util/ostrelscan/scanUI[506]Status is " << engine.Result() << '\n';
-    return static_cast<unsigned>(engine.Result());
+    LogLine() << "util/ostrelscan/scanUI[506]Status is " << status << '\n';
+    return static_cast<unsigned>(status);
 }
 
-/// Follows the pass until it has finished, and shows how it ended.
+void UserInterface::Watch(const ScanEngine& engine, const std::function<void(bool)>& show) {
+    while (!engine.Finished()) {
+        show(false);
+        Ostrel::LB_delay(kPollMilliseconds);
+    }
+    show(true);
+}
+
 void UserInterface::WatchDump(ScanEngine& engine, BlockSelector& selector,
                               const DumpOptions& options) {
     bool measured = false;
-    const auto show = [&](bool final) {
+    Watch(engine, [&](bool final) {
         if (!measured && engine.BlocksInPool() != 0) {
             measured = true;
             DisplayHeaderDump(engine.BlocksInPool(), options.poolName, options.path,
                               options.compress);
         }
         DisplayDumpState(engine, selector, final);
-    };
-    while (!engine.Finished()) {
-        show(false);
-        Ostrel::LB_delay(kPollMilliseconds);
-    }
-    show(true);
+    });
+    unsigned long long current = 0;
+    unsigned long long done = 0;
+    engine.GetStatistics(&current, &done, nullptr, nullptr);
+    LogLine() << "UI - " << current << " Dumped  " << done << '\n';
 }
 
 void UserInterface::DisplayDumpState(ScanEngine& engine, BlockSelector& selector, bool final) {
@@ -118,18 +116,19 @@ void UserInterface::DisplayDumpState(ScanEngine& engine, BlockSelector& selector
                     writeErrors, final);
 }
 
-void UserInterface::LogHistory(ScanEngine& engine) {
+int UserInterface::Report(ScanEngine& engine, const char* position) {
     LogLine() << "Done \n";
     engine.History().DumpScanHistory();
     LogLine() << "DumpScanHistory Done \n";
-}
-
-void UserInterface::ReportFailure(const ScanEngine& engine, const char* position) {
-    const std::string& message = engine.ErrorMessage();
-    screen_->PositionOutputCursor(kErrorRow, 0);
-    screen_->OutputToScreenWithAttribute(kLookBad, "%s", message.c_str());
-    screen_->PositionOutputCursor(kParkedRow, 0);
-    LogLine() << position << ' ' << message << (message.ends_with('\n') ? "" : "\n");
+    if (engine.Result() != 0) {
+        const std::string& message = engine.ErrorMessage();  // with a line end of its own
+        screen_->PositionOutputCursor(kErrorRow, 0);
+        screen_->OutputToScreenWithAttribute(kLookBad, "%s", message.c_str());
+        screen_->PositionOutputCursor(kParkedRow, 0);
+        LogLine() << position << ' ' << message;
+    }
+    LetUserView();
+    return engine.Result();
 }
 
 void UserInterface::DisplayHeaderDump(unsigned long long blocks, const char* poolName,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -10,6 +11,10 @@ class ScanEngine;
 class ScreenInterface;
 struct DumpOptions;
 struct RestoreOptions;
+
+/// A line of the table of block types, of a type that is taken or skipped: name and count.
+extern const char* SCAN_ColumnFormat;
+extern const char* SCAN_ColumnFormatSkip;
 
 /// The operator dialogue of one run: starts the engine, repaints a full screen ten times a second
 /// while it works, and writes the run's summary into the log. Used by the operator thread.
@@ -38,6 +43,7 @@ class UserInterface {
     /// it all the same.
     bool RESTORE_Validate_File(const RestoreOptions& options);
 
+    /// The first line of the screen; `blocks` is 0 until the device has been measured.
     void DisplayHeaderRestore(const char* poolName, const char* path);
     void DisplayHeaderDump(unsigned long long blocks, const char* poolName, const char* path,
                            bool compress);
@@ -68,12 +74,14 @@ class UserInterface {
     void DisplayFileState(const ScanFileFacts& facts, bool good);
     void DisplayDumpState(ScanEngine& engine, BlockSelector& selector, bool final);
     void WatchDump(ScanEngine& engine, BlockSelector& selector, const DumpOptions& options);
-    void LogHistory(ScanEngine& engine);
-    void DisplayRestoreState(ScanEngine& engine, BlockSelector& selector);
-    void RestoreThenReport(ScanEngine& engine, BlockSelector& selector);
+    void WatchRestore(ScanEngine& engine, BlockSelector& selector);
+    /// Repaints with `show` until the pass has finished, and once more then, with true.
+    static void Watch(const ScanEngine& engine, const std::function<void(bool)>& show);
+    /// Logs the history of a finished pass, shows and logs its failure, and pauses; returns its
+    /// result. `position` leads the failure in the log.
+    int Report(ScanEngine& engine, const char* position);
     bool ReadPoolName(const char* path, std::string* poolName);
     bool AskToRestore();
-    void ReportFailure(const ScanEngine& engine, const char* position);
 
     std::unique_ptr<ScreenInterface> screen_;
     bool automatic_;
