@@ -260,11 +260,11 @@ def test_a_longer_name_fails_the_save(small, tmp_path, length):
 # The log
 
 
-def unlogged(device, folder):
+def unlogged(device, folder, **env):
     """A run without a log to look at."""
     argv = [ostrelscan.tool(), "--automatic", *saving.arguments(device)]
     return subprocess.run(argv, cwd=folder, capture_output=True, text=True, check=False,
-                          stdin=subprocess.DEVNULL, env={**os.environ, "TERM": "xterm"})
+                          stdin=subprocess.DEVNULL, env={**os.environ, "TERM": "xterm", **env})
 
 
 def assert_no_log(done, reason):
@@ -283,6 +283,13 @@ def test_a_log_in_a_read_only_directory_ends_the_program(small, tmpfs):
         done = unlogged(small, folder)
         assert_no_log(done, "Read-only file system")
         assert list(folder.iterdir()) == []
+
+
+def test_a_log_that_opens_for_the_probe_alone_ends_the_program(small, tmp_path):
+    done = unlogged(small, tmp_path, **ostrelscan.preload("libstartfaults.so", FAULT_STEP="log"))
+    assert (done.returncode, done.stdout) == (1, "Unable to open error log file.\n\n")
+    assert done.stderr == ""
+    assert (tmp_path / ostrelscan.LOG_NAME).read_bytes() == b""
 
 
 def test_a_log_on_a_full_disk_does_not_spoil_the_save(pool, pool_device, tmpfs, tmp_path):

@@ -128,6 +128,13 @@ def test_options_may_stand_anywhere(tmp_path):
     assert done.log_run.arguments[-3:] == ["save", "DATA", "none"]
 
 
+def test_the_environment_does_not_change_where_options_may_stand(tmp_path):
+    run = ostrelscan.run(["save", "data", "no-device", "--bypass-ostrel"], tmp_path,
+                         env={"POSIXLY_CORRECT": "1"})
+    assert run.stderr == ""
+    assert "--bypass-ostrel" in run.log_run.arguments
+
+
 def test_long_options_may_be_cut_short(tmp_path):
     done = use(tmp_path, "--auto", "--byp", "--comp", "--val", "save", "data", "none")
     assert "<Compress>1</Compress>" in done.log_run.lines

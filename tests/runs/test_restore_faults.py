@@ -222,10 +222,7 @@ def test_the_first_failure_of_the_closing_steps_is_the_status(loop, folder, imag
 
 def close_faults(device, calls):
     text = ",".join(f"{step}={error}" for step, error in calls.items())
-    options = os.environ.get("ASAN_OPTIONS", "")
-    return {"LD_PRELOAD": str(ostrelscan.helper("libclosefaults.so")),
-            "FAULT_PATH": str(device), "FAULT_CALLS": text,
-            "ASAN_OPTIONS": f"{options}:verify_asan_link_order=0".lstrip(":")}
+    return ostrelscan.preload("libclosefaults.so", FAULT_PATH=str(device), FAULT_CALLS=text)
 
 
 def test_a_failed_write_stays_the_status_whatever_the_closing_steps_say(fault_disk, folder, image,

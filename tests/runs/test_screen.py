@@ -267,6 +267,43 @@ def test_a_running_save_shows_how_far_it_is(tmp_path, size):
     assert [number for number, _ in file.records] == [0, 1, 2]
 
 
+def test_the_number_of_blocks_is_shown_once_it_is_known(tmp_path):
+    feed = Feed(tmp_path / "feed")
+    with saving.on_screen(feed.path, tmp_path, "--validation-skip") as terminal:
+        try:
+            picture = terminal.wait_for(" Scanning 0 blocks on DATA.", timeout=30)
+            assert picture.rows[1].startswith("Blk 0(0 dumped) in 0 mins (0 blks/sec).")
+            stays_up(terminal)
+            assert b"Scanning 3" not in terminal.output
+            feed.open()
+            terminal.wait_for(shows_blocks(0), timeout=30)
+            for current in range(1, 4):
+                feed.block()
+                terminal.wait_for(lambda picture, current=current:
+                                  picture.rows[1].startswith(f"Blk {current}("), timeout=30)
+        finally:
+            feed.close()
+        paused(terminal)
+        terminal.send("x")
+        assert terminal.wait_exit(60) == 0
+
+
+def test_a_save_whose_thread_cannot_be_started_says_so(tmp_path):
+    with saving.on_screen("no-device", tmp_path,
+                          env=ostrelscan.preload("libstartfaults.so", FAULT_STEP="thread")
+                          ) as terminal:
+        picture = paused(terminal)
+        assert picture.rows[19].rstrip() == "Could not start the scan thread - 11"
+        terminal.send("x")
+        assert terminal.wait_exit(60) == 1
+        assert saving.failed_line(11) in terminal.now().text
+    log = ostrelscan.split_log((tmp_path / ostrelscan.LOG_NAME).read_text())[-1]
+    assert log.closed
+    assert log.body[-4:-1] == [
+        "util/ostrelscan/scanUI[532] util/ostrelscan/scanUI[449] b Could not start the scan thread",
+        "util/ostrelscan/scanUI[506]Status is b", "deleting the UI_ScreenID object"]
+
+
 def test_a_running_save_follows_the_terminals_size(tmp_path):
     with running(tmp_path) as (terminal, feed):
         terminal.wait_for(shows_blocks(0), timeout=30)

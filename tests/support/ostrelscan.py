@@ -27,11 +27,16 @@ def helper(name):
     return build_folder() / "tests" / name
 
 
+def preload(library, **settings):
+    """The environment that loads a library of the test support before a program."""
+    options = os.environ.get("ASAN_OPTIONS", "")
+    return {"LD_PRELOAD": str(helper(library)), **settings,
+            "ASAN_OPTIONS": f"{options}:verify_asan_link_order=0".lstrip(":")}
+
+
 def preload_environment():
     """What makes an image file answer the size request of a block device."""
-    options = os.environ.get("ASAN_OPTIONS", "")
-    return {"LD_PRELOAD": str(helper("libsizepreload.so")),
-            "ASAN_OPTIONS": f"{options}:verify_asan_link_order=0".lstrip(":")}
+    return preload("libsizepreload.so")
 
 
 @dataclasses.dataclass
