@@ -286,7 +286,7 @@ def test_a_log_in_a_read_only_directory_ends_the_program(small, tmpfs):
 
 
 def test_a_log_that_opens_for_the_probe_alone_ends_the_program(small, tmp_path):
-    done = unlogged(small, tmp_path, **ostrelscan.preload("libstartfaults.so", FAULT_STEP="log"))
+    done = unlogged(small, tmp_path, **ostrelscan.preload("libcallfaults.so", FAULT_CALL="log"))
     assert (done.returncode, done.stdout) == (1, "Unable to open error log file.\n\n")
     assert done.stderr == ""
     assert (tmp_path / ostrelscan.LOG_NAME).read_bytes() == b""

@@ -235,6 +235,15 @@ def test_a_failed_write_stays_the_status_whatever_the_closing_steps_say(fault_di
         *failed_write(3, errno.EIO), *(STEPS[step] + str(calls[step]) for step in STEPS)]
 
 
+def test_the_device_is_stored_when_memory_ends_in_the_middle(loop, folder, image):
+    scanset.write_file(folder / "set" / "T0000001.ZRB", RECORDS[9:], compress=True, fileNumber=1)
+    memory = ostrelscan.preload("libcallfaults.so", FAULT_CALL="memory")
+    with loop(image) as device:
+        run = restoring.restore(folder, device, env=memory)
+    assert failed_with(run, 24999) == [FILE_END, "Exception while running a pass:  std::bad_alloc"]
+    assert restored_blocks(image) == [*range(8), 20]
+
+
 def test_every_closing_step_follows_a_failed_write(fault_disk, folder, image, tmp_path):
     trace = tmp_path / "trace.txt"
     with fault_disk(image, tmp_path / "mnt", "badwrite=3") as disk:

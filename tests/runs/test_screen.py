@@ -290,7 +290,7 @@ def test_the_number_of_blocks_is_shown_once_it_is_known(tmp_path):
 
 def test_a_save_whose_thread_cannot_be_started_says_so(tmp_path):
     with saving.on_screen("no-device", tmp_path,
-                          env=ostrelscan.preload("libstartfaults.so", FAULT_STEP="thread")
+                          env=ostrelscan.preload("libcallfaults.so", FAULT_CALL="thread")
                           ) as terminal:
         picture = paused(terminal)
         assert picture.rows[19].rstrip() == "Could not start the scan thread - 11"

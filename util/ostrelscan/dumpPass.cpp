@@ -41,7 +41,7 @@ int ScanEngine::RunDumpMain() {
         return Fail(1, message, "util/ostrelscan/scanEngine[557]");
     }
     SetDumpRange();
-    const int status = RunDumpAll(*writer);
+    const int status = RunFiles(&ScanEngine::RunDumpAll, *writer);
     writer.reset();
     ReleasePool();
     device_.Close();

@@ -55,7 +55,7 @@ int ScanEngine::RunRestoreMain() {
         ReleasePool();
         return Fail(1, message, "util/ostrelscan/scanEngine[811]");
     }
-    int status = RunRestoreAll(*reader);
+    int status = RunFiles(&ScanEngine::RunRestoreAll, *reader);
     reader.reset();
     ReleasePool();
     status = StoreDevice(status);

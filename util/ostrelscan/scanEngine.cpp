@@ -21,6 +21,19 @@ constexpr std::uint64_t kSuperblockNumber = 1;
 /// Up to this one, errors are logged in detail and kept as the last one.
 constexpr std::uint64_t kDetailedErrors = 999;
 
+constexpr const char* kPassFailure = "Exception while running a pass:  ";
+
+/// For a handler of every exception.
+std::string CurrentExceptionText() {
+    try {
+        throw;
+    } catch (const std::exception& failure) {
+        return failure.what();
+    } catch (...) {
+        return "of no known type";
+    }
+}
+
 struct ReadFailure {
     int status;
     unsigned line;
@@ -115,16 +128,27 @@ void ScanEngine::FinishPass(int (ScanEngine::*pass)()) {
     int status = 1;
     try {
         status = (this->*pass)();
-    } catch (const std::exception& failure) {
+    } catch (...) {
         ReleasePool();
-        LogLine() << "Exception while running a pass:  " << failure.what() << '\n';
-        status = Fail(1, std::string("Exception while running a pass:  ") + failure.what() + "\n",
-                      "util/ostrelscan/scanEngine[402]");
+        const std::string message = kPassFailure + CurrentExceptionText() + "\n";
+        LogLine() << message;
+        status = Fail(1, message, "util/ostrelscan/scanEngine[402]");
     }
     running_ = 0;
     result_ = status;
     // The operator thread may destroy the engine from here on.
     SetFinished(true);
+}
+
+/// Runs the loop over a pass's files. Whatever it throws becomes a status, so that the device is
+/// stored and closed as behind any other failure.
+int ScanEngine::RunFiles(int (ScanEngine::*files)(ZSBFile&), ZSBFile& file) {
+    try {
+        return (this->*files)(file);
+    } catch (...) {
+        LogLine() << kPassFailure << CurrentExceptionText() << '\n';
+        return zERR_GENERIC_OSTREL_ERROR;
+    }
 }
 
 int ScanEngine::Fail(int status, std::string message, const char* location) {

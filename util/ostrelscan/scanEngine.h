@@ -76,7 +76,7 @@ class ScanEngine : public ScanThread {
     /// `bypass`: the pool is neither locked nor watched. `validate`: the superblock header is
     /// checked before the pass.
     ScanEngine(bool bypass, bool validate);
-    /// Lets go of the pool. It does not wait for a worker: destroy a running engine never.
+    /// Lets go of the pool. It does not wait for a worker: never destroy a running engine.
     ~ScanEngine() override;
 
     /// Start a pass and return at once: 0, `zERR_INVALID_STATE` while one is running, or the error
@@ -142,6 +142,7 @@ class ScanEngine : public ScanThread {
 
     int StartWorker(void* (*routine)(void*));
     void FinishPass(int (ScanEngine::*pass)());
+    int RunFiles(int (ScanEngine::*files)(ZSBFile&), ZSBFile& file);
     int Fail(int status, std::string message, const char* location);
     int FailToOpen(const char* device, const char* access, int error, const char* location);
     int FailUnprepared(const std::string& message, const char* logPosition, const char* location);

@@ -15,6 +15,7 @@
 #include "tests/support/openFiles.h"
 #include "tests/support/poolBlocks.h"
 #include "tests/support/scanFileParts.h"
+#include "util/common/serviceFiles.h"
 #include "util/ostrelscan/scanEngine.h"
 
 namespace {
@@ -133,6 +134,25 @@ TEST_F(Engine, RunsPassesOneAfterTheOtherAndKeepsItsStatistics) {
     EXPECT_EQ(current, 3U);
     EXPECT_EQ(done, 4U);
     EXPECT_EQ(readErrors, 2U);
+}
+
+/// Fails in a way that no layer knows.
+struct UnknownFailure : ServiceFiles {
+    UnknownFailure() : previous(ReplaceServiceFiles(this)) {}
+    ~UnknownFailure() override { ReplaceServiceFiles(previous); }
+    std::FILE* Open(const char* /*path*/, const char* /*mode*/) override { throw 42; }
+
+    ServiceFiles* previous;
+};
+
+TEST_F(Engine, EndsThePassWhateverIsThrown) {
+    support::WriteFile(device_, MakeBlock("") + MakeBlock("SPB5"));
+    const UnknownFailure failure;
+    ScanEngine engine(false, true);
+    EXPECT_EQ(Run(engine), 1);
+    EXPECT_EQ(engine.ErrorMessage(), "Exception while running a pass:  of no known type\n");
+    EXPECT_EQ(engine.ErrorLocation(), "util/ostrelscan/scanEngine[402]");
+    EXPECT_THAT(log_.Text(), EndsWith(engine.ErrorMessage()));
 }
 
 /// Makes thread creation fail: no machine has room for such a stack.

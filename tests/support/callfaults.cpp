@@ -1,18 +1,20 @@
-// Loaded before a program: a step of a run's start fails, "thread" or "log", as FAULT_STEP says.
+// Loaded before a program: one kind of call fails, "thread", "log" or "memory", as FAULT_CALL says.
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace {
 
-bool Fails(const char* step) {
-    const char* told = std::getenv("FAULT_STEP");
-    return told != nullptr && std::strcmp(told, step) == 0;
+bool Fails(const char* call) {
+    const char* told = std::getenv("FAULT_CALL");
+    return told != nullptr && std::strcmp(told, call) == 0;
 }
 
 template <typename Function>
@@ -42,3 +44,11 @@ std::FILE* fopen64(const char* path, const char* mode) {
 }
 
 }  // extern "C"
+
+/// Objects with a buffer of 16 KiB, zlib's, are refused to every thread but the first.
+void* operator new(std::size_t size) {
+    if (size >= 16384 && size < 32768 && gettid() != getpid() && Fails("memory")) {
+        throw std::bad_alloc();
+    }
+    return Next<void*(std::size_t)>("_Znwm")(size);
+}
