@@ -271,8 +271,8 @@ def test_the_number_of_blocks_is_shown_once_it_is_known(tmp_path):
     feed = Feed(tmp_path / "feed")
     with saving.on_screen(feed.path, tmp_path, "--validation-skip") as terminal:
         try:
-            picture = terminal.wait_for(" Scanning 0 blocks on DATA.", timeout=30)
-            assert picture.rows[1].startswith("Blk 0(0 dumped) in 0 mins (0 blks/sec).")
+            terminal.wait_for(lambda picture: picture.rows[0].startswith(" Scanning 0 blocks on DATA.")
+                              and picture.rows[1].startswith("Blk 0(0 dumped) in "), timeout=30)
             stays_up(terminal)
             assert b"Scanning 3" not in terminal.output
             feed.open()
