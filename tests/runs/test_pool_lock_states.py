@@ -108,7 +108,8 @@ def test_a_slow_service_delays_only_the_start(serve, device, tmp_path):
         assert run.wait_exit() == 0
     assert 1.0 <= servedrun.elapsed(begin) < 10
     switched, closed = service.seconds_of("switch"), service.seconds_of("flush")
-    assert all(end - start >= 0.5 for start, end in zip(switched, closed, strict=True))
+    # The trace is rounded, and so is the difference of two of its figures.
+    assert all(end - start > 0.498 for start, end in zip(switched, closed, strict=True))
     assert service.holds_nothing() and service.exchange_kinds() == servedrun.HELD_RUN
 
 
