@@ -5,10 +5,12 @@
 #include <cerrno>
 
 int PositionedStream::Open(const char* path, const char* mode, std::size_t bufferSize) {
+    stream_.reset();
     return Begin(std::fopen(path, mode), bufferSize);
 }
 
 int PositionedStream::Adopt(FileDescriptor file, const char* mode, std::size_t bufferSize) {
+    stream_.reset();
     std::FILE* stream = fdopen(file.Get(), mode);
     if (stream != nullptr) {
         file.Release();
@@ -17,10 +19,10 @@ int PositionedStream::Adopt(FileDescriptor file, const char* mode, std::size_t b
 }
 
 int PositionedStream::Begin(std::FILE* stream, std::size_t bufferSize) {
-    stream_.reset(stream);
     if (stream == nullptr) {
         return errno;
     }
+    stream_.reset(stream);
     if (bufferSize == 0) {
         std::setvbuf(stream, nullptr, _IONBF, 0);
     } else {
@@ -42,13 +44,16 @@ void PositionedStream::FillFromStart() {
 }
 
 int PositionedStream::SeekTo(std::uint64_t offset) {
+    if (!IsOpen()) {
+        return EBADF;
+    }
     if (position_ == offset) {
         return 0;
     }
     if (fresh_) {
         FillFromStart();
     }
-    position_ = kUnknown;
+    position_.reset();
     if (fseeko64(stream_.get(), static_cast<off64_t>(offset), SEEK_SET) != 0) {
         return errno;
     }
@@ -65,33 +70,50 @@ void PositionedStream::Turn(Direction direction) {
     direction_ = direction;
 }
 
+void PositionedStream::Advance(std::uint64_t size, bool whole) {
+    if (whole && position_.has_value()) {
+        *position_ += size;
+    } else {
+        position_.reset();
+    }
+}
+
 std::size_t PositionedStream::Read(void* bytes, std::size_t size) {
     Turn(Direction::Read);
     const std::size_t count = std::fread(bytes, 1, size, stream_.get());
-    position_ = count == size && position_ != kUnknown ? position_ + count : kUnknown;
+    Advance(size, count == size);
     return count;
 }
 
 bool PositionedStream::Write(const void* bytes, std::size_t size) {
     Turn(Direction::Write);
     const bool whole = std::fwrite(bytes, 1, size, stream_.get()) == size;
-    position_ = whole && position_ != kUnknown ? position_ + size : kUnknown;
+    Advance(size, whole);
     return whole;
 }
 
 int PositionedStream::Flush() {
+    if (!IsOpen()) {
+        return EBADF;  // the library takes no stream for every stream
+    }
     if (std::fflush(stream_.get()) == 0) {
         return 0;
     }
-    position_ = kUnknown;
+    position_.reset();
     return errno;
 }
 
 int PositionedStream::Sync() {
+    if (!IsOpen()) {
+        return EBADF;
+    }
     return fsync(Descriptor()) == 0 ? 0 : errno;
 }
 
 int PositionedStream::Close() {
+    if (!IsOpen()) {
+        return EBADF;
+    }
     const int status = std::fclose(stream_.release()) == 0 ? 0 : errno;
     buffer_.reset();
     return status;

@@ -4,12 +4,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "util/common/fileDescriptor.h"
 
 /// A stdio stream whose position is known, so that it seeks only when the wanted offset differs: a
 /// seek is a system call even inside the buffer. After a failed or short call the position counts
 /// as unknown. The stream is closed with its owner; `Close` is for the caller who wants the result.
+/// Without an open stream the calls that return errno return EBADF, and the others are not allowed.
 /// Used by one thread at a time.
 class PositionedStream {
   public:
@@ -47,7 +49,6 @@ class PositionedStream {
     int Close();
 
   private:
-    static constexpr std::uint64_t kUnknown = ~std::uint64_t{0};
     enum class Direction { None, Read, Write };
 
     struct StreamCloser {
@@ -61,10 +62,12 @@ class PositionedStream {
 
     /// Between a read and a write of one stream stands a seek, whatever the offset.
     void Turn(Direction direction);
+    /// Behind a transfer of `size` bytes, if the whole of it came about.
+    void Advance(std::uint64_t size, bool whole);
 
     std::unique_ptr<char[]> buffer_;  // outlives the stream, which closes first
     std::unique_ptr<std::FILE, StreamCloser> stream_;
-    bool fresh_ = false;  // buffered, and nothing was read or written yet
-    std::uint64_t position_ = kUnknown;
+    bool fresh_ = false;                     // buffered, and nothing was read or written yet
+    std::optional<std::uint64_t> position_;  // empty when unknown
     Direction direction_ = Direction::None;
 };

@@ -85,7 +85,7 @@ struct QuadAndBlock_s {
 inline constexpr std::uint32_t kRecordSize = 4104;
 static_assert(sizeof(QuadAndBlock_s) == kRecordSize);
 
-/// Room for a data area of `dataBytes` (header included) in whole records.
+/// How many whole records a logical length of `dataBytes` holds behind the header.
 constexpr std::uint64_t RecordsInDataBytes(std::uint64_t dataBytes) {
     return dataBytes < kScanFileHeaderSize ? 0 : (dataBytes - kScanFileHeaderSize) / kRecordSize;
 }

@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <utility>
 
 /// A growing sequence whose elements never move: one thread appends while others read what has been
@@ -26,8 +27,10 @@ class StableSequence {
     std::size_t Size() const { return count_.load(std::memory_order_acquire); }
 
     /// The published element of this index.
-    T& operator[](std::size_t index) { return *Slot(index); }
-    const T& operator[](std::size_t index) const { return *Slot(index); }
+    T& operator[](std::size_t index) { return *std::launder(reinterpret_cast<T*>(Slot(index))); }
+    const T& operator[](std::size_t index) const {
+        return *std::launder(reinterpret_cast<const T*>(Slot(index)));
+    }
 
     /// Builds an element at the end and publishes it. One thread appends.
     template <typename... Arguments>
@@ -38,7 +41,7 @@ class StableSequence {
             chunks_[place.chunk] =
                 std::make_unique_for_overwrite<Storage[]>(kFirstChunk << place.chunk);
         }
-        std::construct_at(Slot(index), std::forward<Arguments>(arguments)...);
+        std::construct_at(reinterpret_cast<T*>(Slot(index)), std::forward<Arguments>(arguments)...);
         count_.store(index + 1, std::memory_order_release);
     }
 
@@ -61,9 +64,14 @@ class StableSequence {
         return {chunk, index - kFirstChunk * (std::bit_floor(scaled) - 1)};
     }
 
-    T* Slot(std::size_t index) const {
+    /// Where the element of this index lives, or will.
+    std::byte* Slot(std::size_t index) {
         const Place place = PlaceOf(index);
-        return reinterpret_cast<T*>(chunks_[place.chunk][place.offset].bytes);
+        return chunks_[place.chunk][place.offset].bytes;
+    }
+    const std::byte* Slot(std::size_t index) const {
+        const Place place = PlaceOf(index);
+        return chunks_[place.chunk][place.offset].bytes;
     }
 
     std::array<std::unique_ptr<Storage[]>, kChunks> chunks_;

@@ -1,5 +1,6 @@
 #include "util/common/zlibStreams.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "util/common/log.h"
@@ -21,8 +22,18 @@ Deflater::~Deflater() {
 }
 
 void Deflater::Offer(std::span<const unsigned char> data) {
-    stream_.next_in = const_cast<unsigned char*>(data.data());
-    stream_.avail_in = static_cast<uInt>(data.size());
+    input_ = data;
+    stream_.avail_in = 0;
+}
+
+int Deflater::Run(int flush) {
+    if (stream_.avail_in == 0) {
+        const auto piece = input_.first(std::min(input_.size(), kInputPiece));
+        stream_.next_in = const_cast<unsigned char*>(piece.data());
+        stream_.avail_in = static_cast<uInt>(piece.size());
+        input_ = input_.subspan(piece.size());
+    }
+    return deflate(&stream_, input_.empty() ? flush : Z_NO_FLUSH);
 }
 
 std::span<unsigned char> Deflater::Output() {

@@ -16,12 +16,13 @@ class Deflater {
     Deflater(const Deflater&) = delete;
     Deflater& operator=(const Deflater&) = delete;
 
-    /// Makes `data` the input; it must stay valid until it is consumed.
+    /// Makes `data`, of any length, the input; it must stay valid until it is consumed.
     void Offer(std::span<const unsigned char> data);
-    bool InputConsumed() const { return stream_.avail_in == 0; }
+    bool InputConsumed() const { return stream_.avail_in == 0 && input_.empty(); }
 
-    /// Runs deflate once; returns zlib's result.
-    int Run(int flush) { return deflate(&stream_, flush); }
+    /// Runs deflate once; returns zlib's result. `flush` counts from the last piece of the input
+    /// on.
+    int Run(int flush);
 
     bool OutputFull() const { return stream_.avail_out == 0; }
     std::span<unsigned char> Output();
@@ -32,8 +33,11 @@ class Deflater {
 
   private:
     static constexpr std::size_t kOutputSize = 16'384;
+    /// zlib counts its input in an unsigned int, so long input reaches it in pieces.
+    static constexpr std::size_t kInputPiece = 1'048'576;
 
     z_stream stream_{};
+    std::span<const unsigned char> input_;  // what zlib has not been given yet
     std::array<unsigned char, kOutputSize> output_{};
 };
 

@@ -77,6 +77,9 @@ ZSBFile::~ZSBFile() {
     if (creating) {
         CreateClose(false, true, false, false, nullptr);
     }
+    if (open) {
+        OpenClose();
+    }
 }
 
 const char* ZSBFile::AppendNameSet(const char* text) {

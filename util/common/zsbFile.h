@@ -27,13 +27,13 @@ class ZSBFile {
   public:
     /// `zsbFilePath` is a prefix of every file's path (it ends in "/" when it names a directory).
     /// Without a pool name the set is only read; without a scan ID a new one is generated.
-    /// `compSpeed` is zlib's level; `maxFileSize` is the size in logical bytes at which a file is
+    /// `compSpeed` is zlib's level; `sizeLimit` is the size in logical bytes at which a file is
     /// full.
-    ZSBFile(const char* zsbFilePath, const std::string* poolName, bool bypass, const GUID_t* scanID,
-            bool compress, int setNumber, unsigned long long poolBlocks, int compSpeed,
-            unsigned long long maxFileSize);
+    ZSBFile(const char* zsbFilePath, const std::string* givenPoolName, bool bypassing,
+            const GUID_t* givenScanID, bool compressing, int set, unsigned long long blocks,
+            int compSpeed, unsigned long long sizeLimit);
 
-    /// A file still being written is closed as one that the operator stopped.
+    /// Closes what is open: a file still being written as one that the operator stopped.
     virtual ~ZSBFile();
     ZSBFile(const ZSBFile&) = delete;
     ZSBFile& operator=(const ZSBFile&) = delete;
@@ -43,20 +43,22 @@ class ZSBFile {
     const char* AppendNameSet(const char* text);
     void AppendNameClear();
 
-    /// Creates the next file of the set (".ZSB", else ".ZRB"). `zERR_BAD_PARAMETER_VALUE` for a set
-    /// or file number that no name can hold.
+    /// Creates the next file of the set (".ZSB", else ".ZRB"). `zERR_INVALID_STATE` while a file is
+    /// being created or is open for reading, `zERR_BAD_PARAMETER_VALUE` for a set or file number
+    /// that no name can hold.
     int CreateNext(bool zsb);
 
     /// Appends one record.
     int QuadAndBlockWrite(const QuadAndBlock_s* record);
     int ByteStreamWrite(const unsigned char* data, unsigned long length);
 
-    /// Feeds the compressor, without CRC and byte count. -2 when its output could not be written.
+    /// Feed the compressor, without CRC and byte count. -2 when its output could not be written,
+    /// `zERR_INVALID_STATE` in a raw file.
     int ByteStreamCompressionAndWrite(const unsigned char* data, unsigned long length);
     int QuadAndBlockCompressionAndWrite(const unsigned char* record);
 
     int DataWrite(const unsigned char* data, unsigned long length);
-    void DataWriteOffsetUpdate(unsigned length);
+    void DataWriteOffsetUpdate(unsigned long length);
     /// Ends the compressed stream, if there is one, and flushes the file.
     int DataWriteFlush();
 
@@ -69,6 +71,8 @@ class ZSBFile {
     /// How many records a full file holds; 0 when none is being created.
     unsigned long long BlocksInFileEstimateGet() const;
 
+    /// Ends a compressed file's stream, and makes the compressor ready for the next;
+    /// `zERR_INVALID_STATE` in a raw file.
     int CreateCloseCompression();
     /// Ends the current file; the four conditions become header flags. `crcOut`, when given,
     /// receives the file's CRC if its header could be written. The file number advances whatever
@@ -95,8 +99,10 @@ class ZSBFile {
     void Trace(bool on) { trace = on; }
 
     /// Open a file for reading: `directory` and `name` are joined as they stand. A file whose
-    /// header is bad opens all the same; `OpenValidate` and `OpenSearch` tell. `zERR_ZID_NOT_FOUND`
-    /// when it cannot be opened, whatever the reason, which is logged.
+    /// header is bad opens all the same; `OpenValidate` and `OpenSearch` tell. `zERR_INVALID_STATE`
+    /// while a file is open or being created, `zERR_BAD_PARAMETER_VALUE` for a path of more than
+    /// 1023 characters, `zERR_ZID_NOT_FOUND` when it cannot be opened, whatever the reason, which
+    /// is logged.
     int Open(const char* name, const char* directory);
     int Open(const std::string& path);
 
@@ -116,7 +122,7 @@ class ZSBFile {
 
     /// Opens the file of the set that `OpenNext` has come to, with a mode of `OpenMode`; the
     /// numbers are only checked for what a name can hold (`zERR_BAD_PARAMETER_VALUE`).
-    int Open(int mode, int fileNumber, int setNumber);
+    int Open(int mode, int file, int set);
     int OpenNext(int mode);
     /// Closes the file and goes on to the next number.
     int OpenNextClose();
@@ -143,7 +149,8 @@ class ZSBFile {
     int DataRead(unsigned char* data, unsigned long length);
     /// Reads up to so many bytes at the data offset; returns how many came.
     unsigned long DataRead2(unsigned char* data, unsigned long length);
-    void DataReadOffsetUpdate(unsigned length) { ZF_DataOffset += length; }
+    /// Skips so many bytes of the open file.
+    void DataReadOffsetUpdate(unsigned long length);
 
     /// Reading of single records by an offset that `QuadAndBlockRead` reported:
     /// `zERR_COMPRESSION_NOT_ENABLED` for a compressed file, whose records have none.
@@ -157,8 +164,10 @@ class ZSBFile {
     unsigned long long BlocksInFileGet() const;
     /// The header's pool name, cut to `size` - 1 characters; the rest of `out` is cleared.
     void SFHGet_PoolName(char* out, unsigned size) const;
-    /// Takes a warning of validation or search; nobody wants to see them yet.
-    void QuadAndBlockWarningSet(const char* /*text*/) {}
+    /// Counts a warning of validation or search, which changes no status; its text is dropped.
+    void QuadAndBlockWarningSet(const char* /*text*/) { warnings += 1; }
+    /// How many warnings there were since a file was last opened.
+    std::uint64_t WarningCount() const { return warnings; }
     /// The kind of name that an "any" mode settled on, as a format of set and file number, or null.
     const char* NamePattern() const { return namePattern; }
 
@@ -180,6 +189,7 @@ class ZSBFile {
     std::string NextName(bool zsb) const;
     void BeginFile();
     int WriteCompressorOutput();
+    std::uint32_t CreationFlags() const;
     std::uint32_t CloseFlags(bool lastFile, bool userStop, bool stateChange, bool fourth) const;
     int CloseStream();
 
@@ -206,6 +216,7 @@ class ZSBFile {
     PositionedStream readStream;
     const char* namePattern = nullptr;
     int openStatus = 0;  // of the header
+    std::uint64_t warnings = 0;
     bool trace = false;
     int firstError = 0;
     std::uint64_t ZF_DataOffset = kScanFileHeaderSize;

@@ -97,6 +97,9 @@ int ZSBFile::RandomOpen(const std::string& path) {
 }
 
 int ZSBFile::RandomRead(unsigned offset, QuadAndBlock_s* out) {
+    if (!open) {
+        return zERR_INVALID_STATE;
+    }
     ZF_DataOffset = offset;
     return QuadAndBlockRead(out, nullptr);
 }

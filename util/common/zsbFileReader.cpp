@@ -42,18 +42,17 @@ constexpr Mode kModes[] = {
 };
 
 /// Records are reached by seeking, so a pipe is refused, and opening one must not wait for a
-/// writer.
-FileDescriptor OpenSeekable(const char* path) {
-    FileDescriptor file(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+/// writer. Returns 0 or errno.
+int OpenSeekable(const char* path, FileDescriptor& file) {
+    file = FileDescriptor(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat facts {};
     if (!file.IsOpen() || fstat(file.Get(), &facts) != 0) {
-        return {};
+        return errno;
     }
-    if (S_ISDIR(facts.st_mode) || S_ISFIFO(facts.st_mode)) {
-        errno = S_ISDIR(facts.st_mode) ? EISDIR : ESPIPE;
-        return {};
+    if (S_ISDIR(facts.st_mode)) {
+        return EISDIR;
     }
-    return file;
+    return S_ISFIFO(facts.st_mode) ? ESPIPE : 0;
 }
 
 bool NamesZSB(const std::string& name) {
@@ -125,14 +124,18 @@ int ZSBFile::OpenInternal() {
         return zERR_INVALID_STATE;
     }
     isZSB = NamesZSB(fullName);
-    FileDescriptor file = OpenSeekable(fullName.c_str());
-    if (!file.IsOpen() || readStream.Adopt(std::move(file), "rb", kReadBufferSize) != 0) {
-        const char* reason = std::strerror(errno);
+    FileDescriptor file;
+    int error = OpenSeekable(fullName.c_str(), file);
+    if (error == 0) {
+        error = readStream.Adopt(std::move(file), "rb", kReadBufferSize);
+    }
+    if (error != 0) {
         LogLine() << "util/common/zsbFile[1782] Could not open " << fullName << " because "
-                  << reason << '\n';
+                  << std::strerror(error) << '\n';
         return zERR_ZID_NOT_FOUND;
     }
     open = true;
+    warnings = 0;
     RewindRecords();
     ReadAndValidateHeader();
     if (inflating) {
@@ -261,6 +264,7 @@ int ZSBFile::QuadAndBlockReadAndInflate(unsigned char* out) {
 int ZSBFile::EndOfInflatedRecord(unsigned char* out) {
     const std::size_t length = kRecordSize - inflater->RoomLeft();
     if (length == 0) {
+        // Nothing came, so nothing is incomplete: the next read finds the end again.
         inflater->Offer({});
         return zERR_END_OF_FILE;
     }
@@ -289,7 +293,7 @@ int ZSBFile::DataRead(unsigned char* data, unsigned long length) {
         LogLine() << "util/common/zsbFile[1837] Error reading destination file " << length << '\n';
         return status;
     }
-    DataReadOffsetUpdate(static_cast<unsigned>(length));
+    DataReadOffsetUpdate(length);
     return 0;
 }
 
@@ -305,8 +309,15 @@ unsigned long ZSBFile::DataRead2(unsigned char* data, unsigned long length) {
         LogLine() << "util/common/zsbFile[1869] Error reading destination file " << length
                   << " status = " << status << '\n';
     }
-    DataReadOffsetUpdate(static_cast<unsigned>(count));
+    DataReadOffsetUpdate(count);
     return count;
+}
+
+void ZSBFile::DataReadOffsetUpdate(unsigned long length) {
+    // A file being written keeps its own place here.
+    if (open) {
+        ZF_DataOffset += length;
+    }
 }
 
 std::uint32_t ZSBFile::LastFile() const {

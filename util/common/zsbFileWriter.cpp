@@ -66,7 +66,7 @@ int ZSBFile::CreateNext(bool zsb) {
         LogLine() << "Could not create " << fullName << " because " << std::strerror(error) << '\n';
         return SystemErrorStatus(error);
     }
-    HeaderFillIn(CloseFlags(false, false, false, false));
+    HeaderFillIn(CreationFlags());
     HeaderWrite();
     QuadAndBlockErrorClear();
     creating = true;
@@ -98,6 +98,10 @@ int ZSBFile::HeaderFillIn(unsigned long flags) {
 }
 
 int ZSBFile::HeaderWrite() {
+    // The creation writes it before the file counts as created.
+    if (!writeStream.IsOpen()) {
+        return zERR_INVALID_STATE;
+    }
     if (writeStream.SeekTo(0) != 0 || !writeStream.Write(&header, kScanFileHeaderSize)) {
         const int status = LogSystemError("ZSBFile::WriteHeader()");
         LogLine() << "util/common/zsbFile[503] Error writing to destination file 660 bytes.\n";
@@ -137,6 +141,9 @@ int ZSBFile::WriteCompressorOutput() {
 }
 
 int ZSBFile::ByteStreamCompressionAndWrite(const unsigned char* data, unsigned long length) {
+    if (!creating || !compress) {
+        return zERR_INVALID_STATE;
+    }
     deflater->Offer({data, length});
     for (;;) {
         const int result = deflater->Run(Z_NO_FLUSH);
@@ -160,6 +167,9 @@ int ZSBFile::QuadAndBlockCompressionAndWrite(const unsigned char* record) {
 }
 
 int ZSBFile::DataWrite(const unsigned char* data, unsigned long length) {
+    if (!creating) {
+        return zERR_INVALID_STATE;
+    }
     if (writeStream.SeekTo(ZF_DataOffset) != 0 ||
         (length != 0 && !writeStream.Write(data, length))) {
         const int status = LogSystemError("ZSBFile::Write:");
@@ -167,11 +177,11 @@ int ZSBFile::DataWrite(const unsigned char* data, unsigned long length) {
                   << " bytes.\n";
         return status;
     }
-    DataWriteOffsetUpdate(static_cast<unsigned>(length));
+    DataWriteOffsetUpdate(length);
     return 0;
 }
 
-void ZSBFile::DataWriteOffsetUpdate(unsigned length) {
+void ZSBFile::DataWriteOffsetUpdate(unsigned long length) {
     ZF_DataOffset += length;
     if (ZF_DataOffset >= ZF_CreateEof) {
         ZF_CreateEof = ZF_DataOffset;
@@ -182,6 +192,9 @@ void ZSBFile::DataWriteOffsetUpdate(unsigned length) {
 }
 
 int ZSBFile::DataWriteFlush() {
+    if (!creating) {
+        return zERR_INVALID_STATE;
+    }
     for (int result = Z_OK; compress && result != Z_STREAM_END;) {
         result = deflater->Run(Z_FINISH);
         if (result != Z_OK && result != Z_STREAM_END) {
@@ -204,7 +217,7 @@ unsigned long long ZSBFile::BlocksInFileEstimateGet() const {
 }
 
 int ZSBFile::CreateCloseCompression() {
-    if (!compress) {
+    if (!creating || !compress) {
         return zERR_INVALID_STATE;
     }
     const int status = DataWriteFlush();
@@ -218,10 +231,13 @@ int ZSBFile::CreateCloseCompression() {
     return status;
 }
 
+std::uint32_t ZSBFile::CreationFlags() const {
+    return (compress ? kCompressedFlags : 0U) | (bypass ? kFlagBypass : 0U);
+}
+
 std::uint32_t ZSBFile::CloseFlags(bool lastFile, bool userStop, bool stateChange,
                                   bool fourth) const {
-    return (firstError != 0 ? kFlagError : 0U) | (compress ? kCompressedFlags : 0U) |
-           (bypass ? kFlagBypass : 0U) | (lastFile ? kFlagLastFile : 0U) |
+    return CreationFlags() | (firstError != 0 ? kFlagError : 0U) | (lastFile ? kFlagLastFile : 0U) |
            (userStop ? kFlagUserStop : 0U) | (stateChange ? kFlagStateChange : 0U) |
            (fourth ? kFlagFourthCondition : 0U);
 }

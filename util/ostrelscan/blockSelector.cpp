@@ -18,6 +18,7 @@ std::array<BlockSelect_s, kBlockTypeCount> MakeRows(std::index_sequence<Index...
 BlockSelector::BlockSelector() : rows_(MakeRows(std::make_index_sequence<kBlockTypeCount>())) {}
 
 BlockSelect_s* BlockSelector::BlockSelectGet(unsigned magic) {
+    // As the first word and as the second: so both groups are searched.
     return BlockSelectGet(magic, magic);
 }
 

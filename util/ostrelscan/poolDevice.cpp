@@ -35,10 +35,14 @@ long ReadBlockAt(int descriptor, void* buffer, std::uint64_t block) {
 
 }  // namespace
 
-int PoolDevice::Open(const char* path, const char* mode, std::size_t bufferSize) {
+void PoolDevice::ForgetFailures() {
     stretchStart_ = stretchEnd_ = 0;
     direct_ = FileDescriptor();
     directTried_ = false;
+}
+
+int PoolDevice::Open(const char* path, const char* mode, std::size_t bufferSize) {
+    ForgetFailures();
     return stream_.Open(path, mode, bufferSize);
 }
 
@@ -144,7 +148,7 @@ long PoolDevice::ReadUncached(char* buffer, std::uint64_t block) {
 }
 
 int PoolDevice::Close() {
-    direct_ = FileDescriptor();
+    ForgetFailures();
     return stream_.Close();
 }
 

@@ -14,7 +14,8 @@ struct BlockTransfer {
 };
 
 /// A pool's block device while a pass works on it: blocks of 4096 bytes through one buffered
-/// stream. Used by one thread.
+/// stream. Without an open device a transfer ends as a seek that failed with EBADF, and the calls
+/// that return errno return that. Used by one thread.
 ///
 /// Below the stream the kernel joins blocks into large cache pages, and one bad block fails all of
 /// them. So after a failed read the rest of that stretch is read block by block outside that
@@ -51,6 +52,7 @@ class PoolDevice {
 
     int Open(const char* path, const char* mode, std::size_t bufferSize);
     int SeekTo(std::uint64_t block);
+    void ForgetFailures();
     bool InFailedStretch(std::uint64_t block) const;
     BlockTransfer ReadAlone(char* buffer, std::uint64_t block);
     long ReadDirectly(char* buffer, std::uint64_t block);

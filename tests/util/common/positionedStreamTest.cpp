@@ -34,6 +34,41 @@ TEST_F(Stream, ReportsWhyAFileCannotBeOpened) {
     EXPECT_EQ(stream_.Open(directory_.Path().c_str(), "w", 0), EISDIR);
 }
 
+TEST_F(Stream, ReportsWhyAFileCannotBeOpenedAndNotHowTheOldOneCloses) {
+    ASSERT_EQ(stream_.Open("/dev/full", "wb", 4096), 0);
+    EXPECT_TRUE(stream_.Write("abc", 3));
+    EXPECT_EQ(stream_.Open(path_.c_str(), "r", 0), ENOENT);
+    EXPECT_FALSE(stream_.IsOpen());
+    ASSERT_EQ(stream_.Open("/dev/full", "wb", 4096), 0);
+    EXPECT_TRUE(stream_.Write("abc", 3));
+    EXPECT_EQ(stream_.Adopt(FileDescriptor(), "rb", 0), EBADF);
+    EXPECT_FALSE(stream_.IsOpen());
+}
+
+TEST_F(Stream, RefusesEveryCallThatCanTellSoWithoutAFile) {
+    const auto expectRefusals = [this] {
+        EXPECT_EQ(stream_.SeekTo(0), EBADF);
+        EXPECT_EQ(stream_.SeekTo(7), EBADF);
+        EXPECT_EQ(stream_.Flush(), EBADF);
+        EXPECT_EQ(stream_.Sync(), EBADF);
+        EXPECT_EQ(stream_.Close(), EBADF);
+    };
+    expectRefusals();
+    support::WriteFile(path_, "0123456789");
+    ASSERT_EQ(stream_.Open(path_.c_str(), "r", 0), 0);
+    ASSERT_EQ(stream_.SeekTo(7), 0);
+    ASSERT_EQ(stream_.Close(), 0);
+    expectRefusals();
+}
+
+TEST_F(Stream, FlushesNoOtherStreamWhenItHasNone) {
+    PositionedStream other;
+    ASSERT_EQ(other.Open(path_.c_str(), "wb", 4096), 0);
+    EXPECT_TRUE(other.Write("abc", 3));
+    EXPECT_EQ(stream_.Flush(), EBADF);
+    EXPECT_EQ(support::ReadFile(path_), "");
+}
+
 TEST_F(Stream, ReadsAtTheOffsetSoughtBufferedOrNot) {
     support::WriteFile(path_, "0123456789");
     for (const std::size_t bufferSize : {0U, 4U, 4096U}) {
@@ -88,6 +123,17 @@ TEST_F(Stream, ReportsWhyAnOffsetCannotBeSought) {
     EXPECT_EQ(stream_.SeekTo(std::uint64_t{1} << 63), EINVAL);
     EXPECT_EQ(stream_.SeekTo(0), 0);
     EXPECT_EQ(Read(1), "0");
+}
+
+TEST_F(Stream, TakesNoOffsetForItsPlaceWhenThatIsUnknown) {
+    support::WriteFile(path_, "0123456789");
+    ASSERT_EQ(stream_.Open(path_.c_str(), "r", 0), 0);
+    ASSERT_EQ(stream_.SeekTo(8), 0);
+    EXPECT_EQ(Read(5), "89");
+    EXPECT_EQ(stream_.SeekTo(~std::uint64_t{0}), EINVAL);
+    EXPECT_EQ(stream_.SeekTo(~std::uint64_t{0}), EINVAL);
+    EXPECT_EQ(stream_.SeekTo(8), 0);
+    EXPECT_EQ(Read(2), "89");
 }
 
 TEST_F(Stream, WritesUnbufferedAtOnce) {

@@ -122,21 +122,45 @@ TEST_F(ZSBFileCheck, ChecksOnlyTheRecordsThatDataBytesClaims) {
     EXPECT_EQ(Validate(image.SetDataBytes(~std::uint64_t{0})), kEndOfFile);
 }
 
-TEST_F(ZSBFileCheck, TheOrderOfTheBlocksFailsNothing) {
-    for (const auto& numbers : std::vector<std::vector<std::uint64_t>>{
-             {5, 5}, {0, 0}, {5, 4, 3}, {0, 5, 0, 6}, {~std::uint64_t{0}, 1}}) {
+TEST_F(ZSBFileCheck, TheOrderOfTheBlocksWarnsAndFailsNothing) {
+    const struct {
+        std::vector<std::uint64_t> numbers;
+        std::uint64_t warnings;
+    } rows[] = {{{5, 5}, 1},    {{0, 0}, 0},       {{5, 6, 7}, 0},
+                {{5, 4, 3}, 2}, {{0, 5, 0, 6}, 1}, {{~std::uint64_t{0}, 1}, 1}};
+    for (const auto& row : rows) {
         std::vector<TestRecord> records;
-        for (const std::uint64_t number : numbers) {
+        for (const std::uint64_t number : row.numbers) {
             records.push_back(MakeTestRecord(number));
         }
-        EXPECT_EQ(Validate(ScanFileImage::Raw(records)), 0) << numbers[0];
+        EXPECT_EQ(Validate(ScanFileImage::Raw(records)), 0);
+        EXPECT_EQ(file_.WarningCount(), row.warnings) << row.numbers[0] << ' ' << row.numbers[1];
     }
 }
 
-TEST_F(ZSBFileCheck, BlocksOfNoKnownTypeFailNothing) {
+TEST_F(ZSBFileCheck, BlocksOfNoKnownTypeWarnUnlessTypesAreUncheckedAndFailNothing) {
     const std::vector<TestRecord> records{MakeTestRecord(1, "none"), MakeTestRecord(2)};
     EXPECT_EQ(Validate(ScanFileImage::Raw(records)), 0);
+    EXPECT_EQ(file_.WarningCount(), 1U);
     EXPECT_EQ(Validate(ScanFileImage::Raw(records, 0x102)), 0);
+    EXPECT_EQ(file_.WarningCount(), 0U);
+}
+
+TEST_F(ZSBFileCheck, ASearchWarnsOfTheTypeOfItsFindAndNotOfItsOrder) {
+    Open(ScanFileImage::Raw({MakeTestRecord(5), MakeTestRecord(5), MakeTestRecord(4, "none")}));
+    EXPECT_EQ(file_.OpenSearch(&found_, 4), 0);
+    EXPECT_EQ(file_.WarningCount(), 2U);
+}
+
+TEST_F(ZSBFileCheck, CountsTheWarningsSinceTheFileWasOpened) {
+    file_.QuadAndBlockWarningSet("of no file");
+    EXPECT_EQ(file_.WarningCount(), 1U);
+    Open(ScanFileImage::Raw({MakeTestRecord(5), MakeTestRecord(5)}));
+    EXPECT_EQ(file_.WarningCount(), 0U);
+    EXPECT_EQ(file_.OpenValidate(), 0);
+    EXPECT_EQ(file_.OpenValidate(), 0);
+    ASSERT_EQ(file_.OpenClose(), 0);
+    EXPECT_EQ(file_.WarningCount(), 2U);
 }
 
 TEST_F(ZSBFileCheck, LeavesTheFileBehindItsLastRecordUntilItIsReopened) {

@@ -159,6 +159,35 @@ TEST_F(FailingWriter, KeepsTheFirstErrorOfAFileForItsHeaderUntilTheNext) {
     EXPECT_EQ(Parts("T0000002.ZSB").Flags(), 0x200U);
 }
 
+TEST_F(FailingWriter, FlagsTheFileBehindAFailedOneAtCreationAsAnyOther) {
+    for (const bool compress : {false, true}) {
+        const auto file = Make({.compress = compress});
+        ASSERT_EQ(file->CreateNext(true), 0);
+        file->QuadAndBlockErrorSet(20100);
+        ASSERT_EQ(Close(*file), 0);
+        ASSERT_EQ(file->CreateNext(true), 0);
+        EXPECT_EQ(Parts(compress ? "C0000000.ZSB" : "T0000000.ZSB").Flags(),
+                  compress ? 0x2C1U : 0x280U);
+        EXPECT_EQ(Parts(compress ? "C0000001.ZSB" : "T0000001.ZSB").Flags(),
+                  compress ? 0x241U : 0x200U);
+    }
+}
+
+TEST_F(FailingWriter, RefusesARecordBehindTheEndOfItsCompressedStream) {
+    const auto file = Make({.compress = true});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    const std::string whole = records_;
+    ASSERT_EQ(file->DataWriteFlush(), 0);
+    const std::size_t before = log_.Text().size();
+    EXPECT_EQ(Append(*file, 2, support::MakeBlock("LEAF")), -2);
+    EXPECT_EQ(log_.Text().substr(before), "util/common/zsbFile[323] Deflate error: fffffffe\n");
+    EXPECT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x2C1U);
+    EXPECT_EQ(Parts("C0000000.ZSB").DataBytes(), 660U + 4104);
+    EXPECT_EQ(Parts("C0000000.ZSB").InflatedData(), whole);
+}
+
 /// Puts /dev/null, opened for reading alone, in the place of the file that a writer has open.
 void TakeWritingAway(const std::string& path) {
     const std::vector<int> found = support::DescriptorsOf(path);

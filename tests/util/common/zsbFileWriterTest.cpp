@@ -156,7 +156,7 @@ TEST_F(Writer, RefusesASetNumberThatNoNameHolds) {
 
 TEST_F(Writer, HasNoNameBeforeTheFirstFileAndAfterAClose) {
     const auto file = Make();
-    const auto thrown = [&file](auto&& call) -> std::string {
+    const auto thrown = [](auto&& call) -> std::string {
         try {
             call();
         } catch (const std::runtime_error& failure) {
@@ -280,67 +280,6 @@ TEST_F(Writer, WritesEachRawRecordAtOnce) {
     EXPECT_EQ(Parts("T0000000.ZSB").DataBytes(), 660U);
 }
 
-TEST_F(Writer, CompressesTheRecordsOfAFileIntoOneStream) {
-    const auto file = Make({.compress = true});
-    for (const char* name : {"C0000000.ZSB", "C0000001.ZSB"}) {
-        records_.clear();
-        ASSERT_EQ(file->CreateNext(true), 0);
-        for (unsigned i = 0; i < 20; ++i) {
-            ASSERT_EQ(
-                Append(*file, i, i % 2 == 0 ? support::NoiseBlock(i) : support::MakeBlock("")), 0);
-        }
-        ASSERT_EQ(Close(*file), 0);
-        const ScanFileParts parts = Parts(name);
-        EXPECT_EQ(parts.InflatedData(), records_);
-        EXPECT_EQ(parts.FileEof(), parts.Bytes().size());
-        EXPECT_EQ(parts.DataBytes(), 660U + 20 * 4104);
-        EXPECT_LT(parts.FileEof(), parts.DataBytes());
-        EXPECT_EQ(parts.Crc(), RegisterOver(records_));
-        EXPECT_EQ(parts.Flags(), 0x241U);
-    }
-}
-
-TEST_F(Writer, CompressesAtTheLevelItWasGiven) {
-    const struct {
-        int level;
-        std::uint64_t stored;
-        char streamHeader;
-    } rows[] = {{-1, 0xFFFFFFFF, '\x9C'}, {0, 0, '\x01'}, {9, 9, '\xDA'}};
-    for (const auto& row : rows) {
-        const auto file = Make({.compress = true, .level = row.level});
-        ASSERT_EQ(file->CreateNext(true), 0);
-        ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
-        ASSERT_EQ(Close(*file), 0);
-        const ScanFileParts parts = Parts("C0000000.ZSB");
-        EXPECT_EQ(parts.CompressionLevel(), row.stored);
-        EXPECT_EQ(parts.Data()[0], '\x78');
-        EXPECT_EQ(parts.Data()[1], row.streamHeader) << row.level;
-    }
-}
-
-TEST_F(Writer, HandsCompressedBytesOnInWholeBuffersOfItsOwn) {
-    const auto file = Make({.compress = true, .level = 0});
-    ASSERT_EQ(file->CreateNext(true), 0);
-    for (unsigned i = 0; i < 40; ++i) {
-        ASSERT_EQ(Append(*file, i, support::NoiseBlock(i)), 0);
-        EXPECT_EQ((Parts("C0000000.ZSB").Bytes().size() - 660) % 16'384, 0U);
-    }
-    EXPECT_GE(Parts("C0000000.ZSB").Bytes().size(), 660U + 16'384);
-    ASSERT_EQ(Close(*file), 0);
-    EXPECT_EQ(Parts("C0000000.ZSB").InflatedData(), records_);
-}
-
-TEST_F(Writer, EndsTheStreamOfACompressedFileWithoutRecords) {
-    const auto file = Make({.compress = true});
-    ASSERT_EQ(file->CreateNext(true), 0);
-    ASSERT_EQ(Close(*file), 0);
-    const ScanFileParts parts = Parts("C0000000.ZSB");
-    EXPECT_EQ(parts.InflatedData(), "");
-    EXPECT_EQ(parts.DataBytes(), 660U);
-    EXPECT_EQ(parts.FileEof(), parts.Bytes().size());
-    EXPECT_EQ(parts.Crc(), 0xFFFFFFFFU);
-}
-
 TEST_F(Writer, CountsARawFileWithoutRecordsAsEmpty) {
     const auto file = Make();
     ASSERT_EQ(file->CreateNext(true), 0);
@@ -351,18 +290,33 @@ TEST_F(Writer, CountsARawFileWithoutRecordsAsEmpty) {
     EXPECT_EQ(crc, 0xFFFFFFFFU);
 }
 
-TEST_F(Writer, CompressesWithoutCrcAndCountWhenTheCompressorIsFedDirectly) {
-    const auto file = Make({.compress = true});
+TEST_F(Writer, FillsInAndWritesTheHeaderWhenItIsAskedTo) {
+    const auto file = Make();
     ASSERT_EQ(file->CreateNext(true), 0);
-    const std::string record = support::MakeRecord(7, support::NoiseBlock(7));
-    EXPECT_EQ(file->QuadAndBlockCompressionAndWrite(
-                  reinterpret_cast<const unsigned char*>(record.data())),
-              0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    EXPECT_EQ(file->HeaderFillIn(0x3FF), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").Flags(), 0x200U);
+    EXPECT_EQ(file->HeaderWrite(), 0);
+    const ScanFileParts parts = Parts("T0000000.ZSB");
+    EXPECT_EQ(parts.Flags(), 0x3FFU);
+    EXPECT_EQ(parts.FileEof(), 660U + 4104);
+    EXPECT_EQ(parts.DataBytes(), 660U + 4104);
+    EXPECT_EQ(parts.Crc(), RegisterOver(records_));
+    EXPECT_EQ(parts.CloseTime(), 0U);
+    ASSERT_EQ(Append(*file, 2, support::MakeBlock("LEAF")), 0);
     ASSERT_EQ(Close(*file), 0);
-    const ScanFileParts parts = Parts("C0000000.ZSB");
-    EXPECT_EQ(parts.InflatedData(), record);
-    EXPECT_EQ(parts.DataBytes(), 660U);
-    EXPECT_EQ(parts.Crc(), 0xFFFFFFFFU);
+    EXPECT_EQ(Parts("T0000000.ZSB").Data(), records_);
+    EXPECT_EQ(Parts("T0000000.ZSB").Flags(), 0x200U);
+}
+
+TEST_F(Writer, FlushesARawFileAndGoesOn) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    EXPECT_EQ(file->DataWriteFlush(), 0);
+    ASSERT_EQ(Append(*file, 2, support::MakeBlock("LEAF")), 0);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("T0000000.ZSB").Data(), records_);
 }
 
 TEST_F(Writer, SetsAFlagForEachReasonOfTheClose) {
@@ -396,15 +350,6 @@ TEST_F(Writer, IsFullAfter2555RecordsAndNotAfter2554) {
     EXPECT_EQ(Parts("T0000000.ZSB").Bytes().size(), 10'486'380U);
 }
 
-TEST_F(Writer, CountsLogicalBytesTowardsTheLimitWhenCompressing) {
-    const auto file = Make({.compress = true, .limit = 660 + 2 * 4104});
-    ASSERT_EQ(file->CreateNext(true), 0);
-    ASSERT_EQ(file->QuadAndBlockWrite(&record_), 0);
-    EXPECT_FALSE(file->CreateFull());
-    ASSERT_EQ(file->QuadAndBlockWrite(&record_), 0);
-    EXPECT_TRUE(file->CreateFull());
-}
-
 TEST_F(Writer, EstimatesTheRecordsOfAFileWhileItIsCreated) {
     const struct {
         unsigned long long limit;
@@ -432,16 +377,6 @@ TEST_F(Writer, RefusesASecondCreateNextAndChangesNothing) {
     EXPECT_FALSE(std::filesystem::exists(Path("T0000000.ZRB")));
 }
 
-TEST_F(Writer, RefusesRecordsAndClosesWithoutAFile) {
-    const auto file = Make();
-    EXPECT_EQ(file->QuadAndBlockWrite(&record_), 20010);
-    EXPECT_EQ(file->ByteStreamWrite(nullptr, 0), 20010);
-    EXPECT_EQ(Close(*file), 20010);
-    EXPECT_EQ(file->CreateCloseCompression(), 20010);
-    ASSERT_EQ(file->CreateNext(true), 0);
-    EXPECT_TRUE(std::filesystem::exists(Path("T0000000.ZSB")));
-}
-
 TEST_F(Writer, ChangesNothingForNoBytes) {
     const auto file = Make();
     ASSERT_EQ(file->CreateNext(true), 0);
@@ -458,6 +393,26 @@ TEST_F(Writer, MovesTheEndWithTheDataOffset) {
     file->DataWriteOffsetUpdate(100);
     ASSERT_EQ(Close(*file), 0);
     EXPECT_EQ(Parts("T0000000.ZSB").FileEof(), 760U);
+    ASSERT_EQ(file->CreateNext(true), 0);
+    file->DataWriteOffsetUpdate(1UL << 32);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Parts("T0000001.ZSB").FileEof(), 660U + (1UL << 32));
+}
+
+TEST_F(Writer, TellsADataOffsetBeforeTheEnd) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::MakeBlock("SPB5")), 0);
+    ASSERT_EQ(Close(*file), 0);
+    // Reading begins at the first record again, and the end of the file written stays.
+    ASSERT_EQ(file->Open(Path("T0000000.ZSB")), 0);
+    const std::size_t before = log_.Text().size();
+    file->DataWriteOffsetUpdate(0);
+    file->DataWriteOffsetUpdate(4);
+    file->DataWriteOffsetUpdate(4100);
+    EXPECT_EQ(log_.Text().substr(before),
+              "ZF_DataOffset not > than ZF_CreateEof129c 294\n"
+              "ZF_DataOffset not > than ZF_CreateEof129c 298\n");
 }
 
 TEST_F(Writer, TracesThePathsThatItCreatesWhenAsked) {

@@ -178,6 +178,28 @@ TEST_F(Selector, NumbersTheDisplayedRowsByTheirPlace) {
     EXPECT_EQ(Displayed(), "2) BT branch + 1\n41) User + 1\n");
 }
 
+/// Remembers what it held at each flush.
+class FlushedText : public std::stringbuf {
+  public:
+    std::vector<std::string> flushes;
+
+  protected:
+    int sync() override {
+        flushes.push_back(str());
+        return 0;
+    }
+};
+
+TEST_F(Selector, FlushesEachLineOfTheDisplay) {
+    selector_.Account(MakeBlock("BRCH").data());
+    selector_.Account(MakeBlock("").data());
+    FlushedText text;
+    std::ostream stream(&text);
+    selector_.AccountDisplay(stream);
+    EXPECT_EQ(text.flushes,
+              (std::vector<std::string>{"2) BT branch + 1\n", "2) BT branch + 1\n41) User + 1\n"}));
+}
+
 TEST_F(Selector, DisplaysCountsInDecimalWithTheirSelection) {
     for (int i = 0; i < 12; ++i) {
         selector_.Account(MakeBlock("CKP7").data());

@@ -5,12 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/capturedLog.h"
 #include "tests/support/fileBytes.h"
 #include "tests/support/holedMemory.h"
 #include "tests/support/loopDevice.h"
 #include "tests/support/poolBlocks.h"
 #include "tests/support/temporaryDirectory.h"
+#include "util/ostrelscan/blockSelector.h"
 #include "util/ostrelscan/poolDevice.h"
+#include "util/ostrelscan/scanEngine.h"
 
 namespace {
 
@@ -119,6 +122,49 @@ TEST_F(Device, StartsAfreshWhenItIsOpenedAgain) {
     support::WriteFile(path_, NoiseBlock(7));
     ASSERT_EQ(device_.OpenForReading(path_.c_str()), 0);
     ExpectBlock(0, NoiseBlock(7));
+}
+
+TEST_F(Device, FailsEverySeekWhileItIsNotOpen) {
+    const auto expectFailures = [this] {
+        for (const std::uint64_t block : {0, 1, 64}) {
+            ExpectFailure(block, SeekFailed, EBADF);
+            const BlockTransfer transfer = device_.Write(NoiseBlock(0).data(), block);
+            EXPECT_EQ(transfer.outcome, SeekFailed) << block;
+            EXPECT_EQ(transfer.systemError, EBADF) << block;
+        }
+        EXPECT_EQ(device_.Flush(), EBADF);
+        EXPECT_EQ(device_.Sync(), EBADF);
+        EXPECT_EQ(device_.Close(), EBADF);
+    };
+    expectFailures();
+    EXPECT_EQ(device_.OpenForReading(path_.c_str()), ENOENT);
+    expectFailures();
+    // A failed read leaves a stretch that would be read block by block.
+    ASSERT_EQ(device_.OpenForReading(directory_.Path().c_str()), 0);
+    ExpectFailure(0, Failed, EISDIR);
+    EXPECT_EQ(device_.Close(), 0);
+    expectFailures();
+}
+
+TEST(IdleEngine, FailsEveryBlockAsASeek) {
+    constexpr int kNoDevice = 0x22BA5000 + EBADF;
+    const support::CapturedLog log;
+    ScanEngine engine(true, true);
+    BlockSelector selector;
+    char block[support::kBlockBytes] = "";
+    EXPECT_EQ(engine.ReadPoolBlk(block, 0), kNoDevice);
+    EXPECT_EQ(engine.ReadPoolBlk(block, 5), kNoDevice);
+    EXPECT_EQ(engine.WritePoolBlk(block, 5), kNoDevice);
+    EXPECT_EQ(log.Text(),
+              "util/ostrelscan/scanEngine[1438] Seek error on device during restore - 9\n"
+              "util/ostrelscan/scanEngine[1439]  Seek was to block - 5\n"
+              "TrackWriteErrorStats\n"
+              "  Write error recorded from util/ostrelscan/scanEngine[1441]  Block - 5 Status - "
+              "22ba5009\n");
+    EXPECT_EQ(engine.ValidateSBHSimple(), kNoDevice);
+    EXPECT_EQ(engine.ValidateSBHSimple(selector), kNoDevice);
+    EXPECT_EQ(selector.IsSelectedBlock("LEAF----"), 1);
+    EXPECT_EQ(selector.IsSelectedBlock("BtqZ----"), 1);
 }
 
 TEST_F(Device, CountsThreeBlocksWhenItsSizeIsNotToBeHad) {
