@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
+#include <system_error>
 
 #include "sim/controlCommands.h"
 #include "sim/statuses.h"
@@ -16,6 +18,9 @@
 
 namespace sim {
 namespace {
+
+// How long to wait for a descriptor when every one is in use.
+constexpr std::chrono::milliseconds kFullPause{50};
 
 int Listen(const std::string& path) {
     sockaddr_un address{};
@@ -169,7 +174,9 @@ void SocketServer::Accept() {
         const int descriptor = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
         if (descriptor >= 0) {
             Begin(descriptor);
-        } else if (errno != EINTR && errno != ECONNABORTED && errno != EMFILE) {
+        } else if (errno == EMFILE || errno == ENFILE) {
+            std::this_thread::sleep_for(kFullPause);
+        } else if (errno != EINTR && errno != ECONNABORTED) {
             return;
         }
     }
@@ -182,10 +189,14 @@ void SocketServer::Begin(int descriptor) {
     JoinEnded();
     Served& served = served_.emplace_back();
     served.connection = std::make_shared<MessageSocket>(descriptor);
-    served.thread = std::thread([this, &served] {
-        Connection(simulation_, served.connection).Serve();
-        served.ended = true;
-    });
+    try {
+        served.thread = std::thread([this, &served] {
+            Connection(simulation_, served.connection).Serve();
+            served.ended = true;
+        });
+    } catch (const std::system_error&) {
+        served_.pop_back();  // there is no thread for it: the peer sees its connection closed
+    }
 }
 
 void SocketServer::JoinEnded() {
