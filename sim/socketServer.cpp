@@ -159,6 +159,7 @@ SocketServer::SocketServer(Simulation& simulation, const std::string& path)
       acceptor_([this] { Accept(); }) {}
 
 SocketServer::~SocketServer() {
+    ending_ = true;
     shutdown(listening_, SHUT_RDWR);
     acceptor_.join();
     close(listening_);
@@ -170,11 +171,12 @@ SocketServer::~SocketServer() {
 }
 
 void SocketServer::Accept() {
-    while (true) {
+    while (!ending_) {
         const int descriptor = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
         if (descriptor >= 0) {
             Begin(descriptor);
         } else if (errno == EMFILE || errno == ENFILE) {
+            JoinEnded();  // which may give some back
             std::this_thread::sleep_for(kFullPause);
         } else if (errno != EINTR && errno != ECONNABORTED) {
             return;
@@ -185,7 +187,6 @@ void SocketServer::Accept() {
 void SocketServer::Begin(int descriptor) {
     const timeval patience{.tv_sec = 5, .tv_usec = 0};
     setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    const std::scoped_lock lock(mutex_);
     JoinEnded();
     Served& served = served_.emplace_back();
     served.connection = std::make_shared<MessageSocket>(descriptor);
