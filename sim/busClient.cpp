@@ -15,15 +15,28 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{5};
 
-// A thread that takes none of the process's signals and does not keep it from ending.
+// Blocks the process's signals for this thread, and those that it starts, while it lives.
+class BlockedSignals {
+  public:
+    BlockedSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+  private:
+    sigset_t before_{};
+};
+
+// A thread that takes none of the process's signals and does not keep it from ending. Throws
+// std::system_error when there is none to be had.
 template <typename Work>
 void StartThread(Work work) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const BlockedSignals blocked;
     std::thread(std::move(work)).detach();
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 }  // namespace
@@ -37,12 +50,13 @@ BusClient::Connection BusClient::Connect() {
     if (descriptor < 0) {
         return nullptr;
     }
-    connection_ = std::make_shared<MessageSocket>(descriptor);
-    StartThread([this, connection = connection_] { ReadMessages(connection); });
+    const auto connection = std::make_shared<MessageSocket>(descriptor);
     if (!delivering_) {
-        delivering_ = true;
         StartThread([this] { DeliverEvents(); });
+        delivering_ = true;
     }
+    StartThread([this, connection] { ReadMessages(connection); });
+    connection_ = connection;
     return connection_;
 }
 

@@ -91,8 +91,10 @@ std::optional<ConsumerRecord> ReadConsumerRecord(const void* record) {
     const auto callback = Load<BusCallback>(record, kCallbackAt);
     const bool fixed = Load<std::uint32_t>(record, kVersionAt) == kVersion &&
                        Load<std::uint32_t>(record, kKindAt) == kKind;
-    const bool unusedZero = IsZero(record, kContextAt + 8, kCallbackAt) &&
-                            IsZero(record, kCallbackAt + 8, kSecondCallbackAt);
+    const bool unusedZero = IsZero(record, kVersionAt + 4, kConsumerAt) &&
+                            IsZero(record, kContextAt + 8, kCallbackAt) &&
+                            IsZero(record, kCallbackAt + 8, kSecondCallbackAt) &&
+                            IsZero(record, kKindAt + 4, kHandleAt);
     if (!fixed || !unusedZero || consumer == nullptr || event == nullptr || callback == nullptr ||
         Load<BusCallback>(record, kSecondCallbackAt) != callback) {
         return std::nullopt;

@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
+#include <system_error>
 
 #include "sim/controlCommands.h"
 #include "sim/statuses.h"
@@ -16,6 +18,9 @@
 
 namespace sim {
 namespace {
+
+// How long to wait for a descriptor when every one is in use.
+constexpr std::chrono::milliseconds kFullPause{50};
 
 int Listen(const std::string& path) {
     sockaddr_un address{};
@@ -154,6 +159,7 @@ SocketServer::SocketServer(Simulation& simulation, const std::string& path)
       acceptor_([this] { Accept(); }) {}
 
 SocketServer::~SocketServer() {
+    ending_ = true;
     shutdown(listening_, SHUT_RDWR);
     acceptor_.join();
     close(listening_);
@@ -165,11 +171,14 @@ SocketServer::~SocketServer() {
 }
 
 void SocketServer::Accept() {
-    while (true) {
+    while (!ending_) {
         const int descriptor = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
         if (descriptor >= 0) {
             Begin(descriptor);
-        } else if (errno != EINTR && errno != ECONNABORTED && errno != EMFILE) {
+        } else if (errno == EMFILE || errno == ENFILE) {
+            JoinEnded();  // which may give some back
+            std::this_thread::sleep_for(kFullPause);
+        } else if (errno != EINTR && errno != ECONNABORTED) {
             return;
         }
     }
@@ -178,14 +187,17 @@ void SocketServer::Accept() {
 void SocketServer::Begin(int descriptor) {
     const timeval patience{.tv_sec = 5, .tv_usec = 0};
     setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    const std::scoped_lock lock(mutex_);
     JoinEnded();
     Served& served = served_.emplace_back();
     served.connection = std::make_shared<MessageSocket>(descriptor);
-    served.thread = std::thread([this, &served] {
-        Connection(simulation_, served.connection).Serve();
-        served.ended = true;
-    });
+    try {
+        served.thread = std::thread([this, &served] {
+            Connection(simulation_, served.connection).Serve();
+            served.ended = true;
+        });
+    } catch (const std::system_error&) {
+        served_.pop_back();  // there is no thread for it: the peer sees its connection closed
+    }
 }
 
 void SocketServer::JoinEnded() {

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -38,8 +37,8 @@ class SocketServer {
     Simulation& simulation_;
     const std::string path_;
     int listening_ = -1;
-    std::mutex mutex_;
-    std::list<Served> served_;
+    std::atomic<bool> ending_{false};
+    std::list<Served> served_;  // the acceptor's while it runs
     std::thread acceptor_;
 };
 

@@ -157,16 +157,16 @@ int ConnectToService(const std::string& path) {
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) {
+        return -1;
+    }
     const timeval patience{.tv_sec = 5, .tv_usec = 0};
     setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    if (descriptor >= 0 &&
-        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
         return descriptor;
     }
     const int reason = errno;
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
+    close(descriptor);
     errno = reason;
     return -1;
 }

@@ -73,10 +73,31 @@ def test_a_forced_change_during_a_file_ends_the_save(serve, slow_device, tmp_pat
     status, words = finished(change)
     assert status == 0
     assert re.fullmatch(rf"{PASSED}pool DATA: now active after \d+ ms\n", words)
-    assert service.answer_delay() < 0.2
+    assert service.answered_at_the_unlock()
     assert service.exchange_kinds()[-4:] in (["event", "unregister", "answer", "state"],
                                              ["event", "answer", "unregister", "state"],
                                              ["event", "answer", "state", "unregister"])
+
+
+def test_a_held_change_goes_on_within_200_ms_of_the_unlock(serve, slow_device, tmp_path):
+    """A busy machine only ever adds to the delay: the best of a few attempts is the tool's own."""
+    service = serve()
+    device, disk = slow_device(MIDDLE)
+    delays = []
+    while len(delays) < 5 and not any(delay < 0.2 for delay in delays):
+        disk.command(f"pause {MIDDLE}")
+        loopdev.drop_caches(device, disk.disk)
+        with service.save(tmp_path, device) as run:
+            disk.wait_for_pause()
+            run.wait_until_stuck()
+            event = service.event("--mode", "0")
+            run.wait_for_line(ACCEPTED)
+            assert event.poll() is None
+            disk.go_on()
+            expect_ended_by_change(service, run)
+        assert finished(event) == (0, f"{PASSED}{servedrun.POOL_STATE}: delivered to 1\n")
+        delays.append(service.answer_delay())
+    assert min(delays) < 0.2, delays
 
 
 @pytest.mark.parametrize("mode", ["0", "7", "0xFFFFFFFFFFFFFFF7"])
@@ -87,7 +108,7 @@ def test_a_change_is_forced_whatever_else_its_mode_says(held_save, mode):
     disk.go_on()
     expect_ended_by_change(service, run)
     assert finished(event) == (0, f"{PASSED}{servedrun.POOL_STATE}: delivered to 1\n")
-    assert service.answer_delay() < 0.2
+    assert service.answered_at_the_unlock()
 
 
 @pytest.mark.parametrize("mode", ["8", "15", "0xFFFFFFFFFFFFFFFF"])
@@ -156,7 +177,7 @@ def test_several_forced_changes_are_all_let_go(held_save):
     expect_ended_by_change(service, run)
     for event in (first, *others):
         assert finished(event) == (0, f"{PASSED}{servedrun.POOL_STATE}: delivered to 1\n")
-    assert service.answer_delay() < 0.2
+    assert service.answered_at_the_unlock()
     expect_cut_file(run, 0x010)
 
 
@@ -227,7 +248,7 @@ def test_a_forced_change_between_two_files_ends_the_save_with_an_empty_one(
         assert servedrun.history(run.body) == [
             ["./T0000000.ZSB", "0", str(first.header["crc"]), "2555", "2555"],
             ["./T0000001.ZSB", "20826", "4294967295", "2555", "0"]]
-    assert finished(change)[0] == 0 and service.answer_delay() < 0.2
+    assert finished(change)[0] == 0 and service.answered_at_the_unlock()
 
 
 # The registration stands before the state is asked: a change that starts in between is caught.
@@ -247,7 +268,7 @@ def test_a_forced_change_before_the_first_block_ends_the_save(serve, device, tmp
     (file,) = scanset.read_set(tmp_path)
     assert (file.header["flags"], file.records, file.problems) == (0x010, [], [])
     assert servedrun.history(run.body) == [["./T0000000.ZSB", "20826", "4294967295", "2555", "0"]]
-    assert finished(change)[0] == 0 and service.answer_delay() < 0.2
+    assert finished(change)[0] == 0 and service.answered_at_the_unlock()
 
 
 def test_a_refusable_change_before_the_first_block_is_refused(serve, device, tmp_path):
@@ -265,7 +286,7 @@ def test_a_forced_change_is_let_go_when_the_state_is_wrong(serve, device, tmp_pa
         run.wait_for_line(ACCEPTED)
         assert run.wait_exit() == 1
     assert run.message.endswith("Pool is not in MAINTENANCE state")
-    assert finished(change)[1].startswith(PASSED) and service.answer_delay() < 0.2
+    assert finished(change)[1].startswith(PASSED) and service.answered_at_the_unlock()
     assert service.holds_nothing() and service.pool_state() == "deactive"
 
 

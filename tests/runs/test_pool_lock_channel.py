@@ -15,6 +15,16 @@ WRITE_ERROR = "Could not read because of a write error "
 REGISTERED = [*servedrun.QUERY, "register"]
 
 
+def test_a_long_request_arrives_in_one_write(serve, device, tmp_path):
+    service = serve()
+    name = "N" * 5000
+    with service.save(tmp_path, device, pool=name) as run:
+        assert run.wait_exit() == 1
+    assert service.spoken("request") == [servedrun.pool_info_request(name)]
+    assert service.exchange_kinds() == servedrun.QUERY
+    assert any(line.endswith("getPoolInfo results") for line in run.body)
+
+
 @dataclasses.dataclass
 class Trouble:
     """An injected fault, the failure's text and the lines of the log before it."""

@@ -33,10 +33,12 @@ def test_a_registration_is_known_until_it_is_removed(sim, event):
 
 
 @pytest.mark.parametrize("wrong", [
-    dict(patch=[(0, 2)]), dict(patch=[(0, 0)]), dict(patch=[(8, 0)]), dict(patch=[(16, 0)]),
+    dict(patch=[(0, 2)]), dict(patch=[(0, 0)]), dict(patch=[(0, 1 + (1 << 32))]),
+    dict(patch=[(0, 1 + (1 << 63))]), dict(patch=[(8, 0)]), dict(patch=[(16, 0)]),
     dict(patch=[(32, 1)]), dict(patch=[(40, 1)]), dict(patch=[(48, 0)]), dict(patch=[(56, 1)]),
     dict(patch=[(88, 1 << 63)]), dict(patch=[(96, 0)]), dict(patch=[(96, 4096)]),
-    dict(patch=[(104, 2)]), dict(flags=1), dict(spoken="OSTREL.PoolRename.Enter"),
+    dict(patch=[(104, 2)]), dict(patch=[(104, 3 + (1 << 32))]),
+    dict(patch=[(104, 3 + (1 << 63))]), dict(flags=1), dict(spoken="OSTREL.PoolRename.Enter"),
 ], ids=str)
 def test_a_record_that_is_not_exact_is_refused(sim, wrong):
     consumer = sim.consumer()

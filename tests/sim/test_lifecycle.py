@@ -1,8 +1,11 @@
 import contextlib
 import os
+import resource
 import signal
+import socket
 import stat
 import subprocess
+import time
 
 import pytest
 
@@ -170,3 +173,26 @@ def test_a_helper_that_does_not_start_says_why(tmp_path):
     broken = Simulation("--pool", "P")
     assert not broken.started and "needs name, GUID, state" in broken.ready
     assert broken.stop() == 2
+
+
+def processor_seconds(process):
+    words = open(f"/proc/{process.pid}/stat", encoding="ascii").read().rpartition(")")[2].split()
+    return (int(words[11]) + int(words[12])) / os.sysconf("SC_CLK_TCK")
+
+
+@pytest.mark.parametrize("freed", [True, False], ids=["freed", "kept"])
+def test_a_service_without_a_free_descriptor_waits_for_one_and_can_be_ended(sim, freed):
+    limit = len(os.listdir(f"/proc/{sim.process.pid}/fd")) + 2
+    resource.prlimit(sim.process.pid, resource.RLIMIT_NOFILE, (limit, limit))
+    with contextlib.ExitStack() as clients:
+        for _ in range(6):
+            client = clients.enter_context(socket.socket(socket.AF_UNIX))
+            client.connect(sim.socket)
+        before = processor_seconds(sim.process)
+        time.sleep(1)
+        assert processor_seconds(sim.process) - before < 0.5
+        if not freed:
+            sim.process.terminate()
+            assert sim.process.wait(timeout=10) == 0
+    if freed:
+        assert sim.listed("pool P")

@@ -15,7 +15,9 @@ struct CannedService::Stream {
     bool switched = false;
 
     ssize_t Write(const char* text, std::size_t length) {
+        ++service.writes;
         if (service.writeError != 0) {
+            switched = true;
             errno = service.writeError;
             return 0;
         }
@@ -90,9 +92,6 @@ std::FILE* CannedService::Open(const char* path, const char* mode) {
     }
     std::FILE* file = fopencookie(stream.release(), mode, calls);
     ++openFiles;
-    if (!buffered) {
-        std::setvbuf(file, nullptr, _IONBF, 0);
-    }
     return file;
 }
 

@@ -18,13 +18,13 @@ class CannedService : public ServiceFiles {
     /// all that follow.
     std::vector<std::string> replies;
     int openError = 0;
-    int writeError = 0;    ///< errno of every write from now on
-    int readError = 0;     ///< errno of every read from now on
-    int seekError = 0;     ///< errno of every seek from now on
-    bool buffered = true;  ///< without, a failed write is seen by the call that writes
+    int writeError = 0;  ///< errno of every write from now on; a mode switch that fails counts
+    int readError = 0;   ///< errno of every read from now on
+    int seekError = 0;   ///< errno of every seek from now on
 
     std::vector<std::string> opened;    ///< "path mode"
     std::vector<std::string> requests;  ///< with the mode switches
+    int writes = 0;                     ///< how often something was written, in vain or not
     int openFiles = 0;
 
   private:

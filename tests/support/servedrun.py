@@ -199,8 +199,14 @@ class Service(Simulation):
                 if line[11:].startswith(kind + ":")]
 
     def answer_delay(self):
-        """Seconds from the end of the registration to the last answer."""
+        """Seconds from the end of the registration to the last answer; below 0 when that came first."""
         return self.seconds_of("answer")[-1] - self.seconds_of("unregister")[-1]
+
+    def answered_at_the_unlock(self):
+        """Whether the last change that was held was answered when the pool was let go. Unlocking
+        lets the handler answer and then unregisters, so either may come first; the bound is wide,
+        since a busy machine adds to it."""
+        return abs(self.answer_delay()) < 5
 
     def one_file_at_a_time(self):
         """Whether a management file was opened only after the one before was closed."""

@@ -49,6 +49,9 @@ const char* GetErrorFromNumber(int code) {
 OstrelError::OstrelError(const std::string& message, std::int32_t errorStatus, std::string raisedAt)
     : std::runtime_error(message), status(errorStatus), where(std::move(raisedAt)) {}
 
+AdminError::AdminError(const std::string& message, std::string raisedAt, std::int32_t errorNumber)
+    : AdminError(message, 0, std::move(raisedAt), errorNumber) {}
+
 AdminError::AdminError(const std::string& message, std::int32_t errorStatus, std::string raisedAt,
                        std::int32_t errorNumber)
     : OstrelError(message, errorStatus, std::move(raisedAt)) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -115,6 +116,9 @@ struct OstrelError : std::runtime_error {
 /// reply is malformed; caught before `OstrelError` by callers that tell the channel's failures
 /// from the service's.
 struct AdminError : OstrelError {
+    /// A system call of the channel failed with `errorNumber`; the status is 0.
+    AdminError(const std::string& message, std::string raisedAt, std::int32_t errorNumber = errno);
+    /// A reply is malformed, or tells of a write that the service refused.
     AdminError(const std::string& message, std::int32_t errorStatus, std::string raisedAt,
                std::int32_t errorNumber = 0);
 };

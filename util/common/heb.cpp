@@ -2,10 +2,12 @@
 
 #include <dlfcn.h>
 
+#include <bit>
 #include <mutex>
 #include <set>
 #include <stdexcept>
 
+#include "util/common/errors.h"
 #include "util/common/log.h"
 
 // The bus library is closed and comes with the service: the tool runs where it is absent.
@@ -87,9 +89,8 @@ std::uint32_t LowStatus(unsigned long result) {
 
 }  // namespace
 
-std::unique_ptr<HEBKey> HaldenEventBus::EventRegister(const std::string& eventName,
-                                                      const std::string& consumerName,
-                                                      HEBConsumer* context, HEBCallback callback) {
+HEBKey* HaldenEventBus::EventRegister(const std::string& eventName, const std::string& consumerName,
+                                      HEBConsumer* context, HEBCallback callback) {
     auto key = std::make_unique<HEBKey>(HEBKey{eventName, consumerName});
     RegistrationRecord record;
     record.consumerName = KeptName(consumerName);
@@ -103,19 +104,23 @@ std::unique_ptr<HEBKey> HaldenEventBus::EventRegister(const std::string& eventNa
         throw std::runtime_error("HEB register error");
     }
     key->handle = record.handle;
-    key->context = context;
-    return key;
+    key->context = std::bit_cast<std::uint64_t>(context);
+    return key.release();
 }
 
-void HaldenEventBus::EventUnregister(std::unique_ptr<HEBKey> key) {
-    if (key == nullptr) {
+void HaldenEventBus::EventUnregister(HEBKey* key) {
+    const std::unique_ptr<HEBKey> owned(key);
+    if (owned == nullptr) {
         throw std::runtime_error("Key is null");
     }
-    if (key->handle == 0) {
+    if (owned->handle == 0) {
         return;
     }
     const EntryPoints bus = FindEntryPoints();
-    const std::uint32_t status = LowStatus(bus.unregisterConsumer(key->handle, key->context));
+    const std::uint32_t status =
+        bus.Complete()
+            ? LowStatus(bus.unregisterConsumer(owned->handle, std::bit_cast<void*>(owned->context)))
+            : zERR_GENERIC_OSTREL_ERROR;
     if (status != 0) {
         LogLine() << "Could not unregister with HEB.  HEN returned status " << status << '\n';
         throw std::runtime_error("Could not unregister with HEB");

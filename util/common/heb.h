@@ -80,21 +80,22 @@ using HEBCallback = std::uint32_t (*)(EventBlock* event);
 struct HEBKey {
     std::string eventName;
     std::string consumerName;
-    std::uint64_t handle = 0;  ///< 0 when not registered
-    HEBConsumer* context = nullptr;
+    std::uint64_t handle = 0;   ///< 0 when not registered
+    std::uint64_t context = 0;  ///< the `HEBConsumer`, as the bus knows it
 };
 
 /// The bus library's two entry points. They come from the process where it has them and from
 /// libhebus otherwise, which is opened at the first registration.
 class HaldenEventBus {
   public:
-    /// Throws std::runtime_error when the bus refuses or is not there.
-    std::unique_ptr<HEBKey> EventRegister(const std::string& eventName,
-                                          const std::string& consumerName, HEBConsumer* context,
-                                          HEBCallback callback);
+    /// Returns a new key, which is the caller's until `EventUnregister` takes it back. Throws
+    /// std::runtime_error when the bus refuses or is not there.
+    HEBKey* EventRegister(const std::string& eventName, const std::string& consumerName,
+                          HEBConsumer* context, HEBCallback callback);
 
-    /// Throws std::runtime_error without a key, or when the bus refuses; the key is gone then too.
-    void EventUnregister(std::unique_ptr<HEBKey> key);
+    /// Unregisters and frees the key. Throws std::runtime_error without a key, and when the bus
+    /// refuses or is not there; the key is freed then too.
+    void EventUnregister(HEBKey* key);
 };
 
 /// The registration families, one for each event that a consumer knows.
@@ -112,6 +113,8 @@ using HEBChangeFlag = std::shared_ptr<std::atomic<bool>>;
 /// `zERR_INVALID_STATE`. Its destructor unregisters nothing: owners unregister first, and an owner
 /// that cannot be sure that the bus has let go hands the consumer to `Retire`.
 class HEBConsumer {
+    using enum HEBFamily;
+
   public:
     explicit HEBConsumer(const char* name);
     HEBConsumer(const HEBConsumer&) = delete;
@@ -130,97 +133,68 @@ class HEBConsumer {
 
     const std::string& Name() const { return name_; }
 
-    // One group of functions for each family: `Register` watches a pool or a volume, the static
-    // `Callback` is what the bus calls, and `Handler` answers the event.
+    // Each family has its four names: `Register` watches a pool or a volume, the static `Callback`
+    // is what the bus calls, and `Handler` answers the event.
 
     // Pool state: a change that may be refused is; any other is held up, with the flag set, until
-    // the flag is cleared or the family is unregistered.
+    // the flag is cleared or the family is unregistered. A flag that is not shared is its owner's,
+    // who keeps it alive as long as the process may get events.
     int HEBC_CPSE_Register(const PoolKey& key, HEBChangeFlag changeRequired) {
-        return Register(HEBFamily::CPSE, key, std::move(changeRequired), HEBC_CPSE_Callback);
+        return Register(CPSE, key, std::move(changeRequired));
     }
-    int HEBC_CPSE_Unregister() { return Unregister(HEBFamily::CPSE); }
-    static std::uint32_t HEBC_CPSE_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_CPSE_Handler(event);
+    int HEBC_CPSE_Register(const PoolKey& key, std::atomic<bool>* changeRequired) {
+        return Register(CPSE, key, Borrowed(changeRequired));
     }
-    std::uint32_t HEBC_CPSE_Handler(EventBlock* event) { return Handle(HEBFamily::CPSE, event); }
+    int HEBC_CPSE_Unregister() { return Unregister(CPSE); }
+    static std::uint32_t HEBC_CPSE_Callback(EventBlock* event) { return Deliver<CPSE>(event); }
+    std::uint32_t HEBC_CPSE_Handler(EventBlock* event) { return Handle(CPSE, event); }
 
     // Volume state: as pool state.
     int HEBC_CVSE_Register(const VolumeKey& key, HEBChangeFlag changeRequired) {
-        return Register(HEBFamily::CVSE, key, std::move(changeRequired), HEBC_CVSE_Callback);
+        return Register(CVSE, key, std::move(changeRequired));
     }
-    int HEBC_CVSE_Unregister() { return Unregister(HEBFamily::CVSE); }
-    static std::uint32_t HEBC_CVSE_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_CVSE_Handler(event);
+    int HEBC_CVSE_Register(const VolumeKey& key, std::atomic<bool>* changeRequired) {
+        return Register(CVSE, key, Borrowed(changeRequired));
     }
-    std::uint32_t HEBC_CVSE_Handler(EventBlock* event) { return Handle(HEBFamily::CVSE, event); }
+    int HEBC_CVSE_Unregister() { return Unregister(CVSE); }
+    static std::uint32_t HEBC_CVSE_Callback(EventBlock* event) { return Deliver<CVSE>(event); }
+    std::uint32_t HEBC_CVSE_Handler(EventBlock* event) { return Handle(CVSE, event); }
 
     // The others only log what they see.
-    int HEBC_PR_Register(const PoolKey& key) {
-        return Register(HEBFamily::PR, key, nullptr, HEBC_PR_Callback);
-    }
-    int HEBC_PR_Unregister() { return Unregister(HEBFamily::PR); }
-    static std::uint32_t HEBC_PR_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_PR_Handler(event);
-    }
-    std::uint32_t HEBC_PR_Handler(EventBlock* event) { return Handle(HEBFamily::PR, event); }
+    int HEBC_PR_Register(const PoolKey& key) { return Register(PR, key); }
+    int HEBC_PR_Unregister() { return Unregister(PR); }
+    static std::uint32_t HEBC_PR_Callback(EventBlock* event) { return Deliver<PR>(event); }
+    std::uint32_t HEBC_PR_Handler(EventBlock* event) { return Handle(PR, event); }
 
-    int HEBC_VR_Register(const VolumeKey& key) {
-        return Register(HEBFamily::VR, key, nullptr, HEBC_VR_Callback);
-    }
-    int HEBC_VR_Unregister() { return Unregister(HEBFamily::VR); }
-    static std::uint32_t HEBC_VR_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_VR_Handler(event);
-    }
-    std::uint32_t HEBC_VR_Handler(EventBlock* event) { return Handle(HEBFamily::VR, event); }
+    int HEBC_VR_Register(const VolumeKey& key) { return Register(VR, key); }
+    int HEBC_VR_Unregister() { return Unregister(VR); }
+    static std::uint32_t HEBC_VR_Callback(EventBlock* event) { return Deliver<VR>(event); }
+    std::uint32_t HEBC_VR_Handler(EventBlock* event) { return Handle(VR, event); }
 
-    int HEBC_VRX_Register(const VolumeKey& key) {
-        return Register(HEBFamily::VRX, key, nullptr, HEBC_VRX_Callback);
-    }
-    int HEBC_VRX_Unregister() { return Unregister(HEBFamily::VRX); }
-    static std::uint32_t HEBC_VRX_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_VRX_Handler(event);
-    }
-    std::uint32_t HEBC_VRX_Handler(EventBlock* event) { return Handle(HEBFamily::VRX, event); }
+    int HEBC_VRX_Register(const VolumeKey& key) { return Register(VRX, key); }
+    int HEBC_VRX_Unregister() { return Unregister(VRX); }
+    static std::uint32_t HEBC_VRX_Callback(EventBlock* event) { return Deliver<VRX>(event); }
+    std::uint32_t HEBC_VRX_Handler(EventBlock* event) { return Handle(VRX, event); }
 
-    int HEBC_VD_Register(const VolumeKey& key) {
-        return Register(HEBFamily::VD, key, nullptr, HEBC_VD_Callback);
-    }
-    int HEBC_VD_Unregister() { return Unregister(HEBFamily::VD); }
-    static std::uint32_t HEBC_VD_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_VD_Handler(event);
-    }
-    std::uint32_t HEBC_VD_Handler(EventBlock* event) { return Handle(HEBFamily::VD, event); }
+    int HEBC_VD_Register(const VolumeKey& key) { return Register(VD, key); }
+    int HEBC_VD_Unregister() { return Unregister(VD); }
+    static std::uint32_t HEBC_VD_Callback(EventBlock* event) { return Deliver<VD>(event); }
+    std::uint32_t HEBC_VD_Handler(EventBlock* event) { return Handle(VD, event); }
 
-    int HEBC_VDX_Register(const VolumeKey& key) {
-        return Register(HEBFamily::VDX, key, nullptr, HEBC_VDX_Callback);
-    }
-    int HEBC_VDX_Unregister() { return Unregister(HEBFamily::VDX); }
-    static std::uint32_t HEBC_VDX_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_VDX_Handler(event);
-    }
-    std::uint32_t HEBC_VDX_Handler(EventBlock* event) { return Handle(HEBFamily::VDX, event); }
+    int HEBC_VDX_Register(const VolumeKey& key) { return Register(VDX, key); }
+    int HEBC_VDX_Unregister() { return Unregister(VDX); }
+    static std::uint32_t HEBC_VDX_Callback(EventBlock* event) { return Deliver<VDX>(event); }
+    std::uint32_t HEBC_VDX_Handler(EventBlock* event) { return Handle(VDX, event); }
 
-    int HEBC_ZID64E_Register(const VolumeKey& key) {
-        return Register(HEBFamily::ZID64E, key, nullptr, HEBC_ZID64E_Callback);
-    }
-    int HEBC_ZID64E_Unregister() { return Unregister(HEBFamily::ZID64E); }
-    static std::uint32_t HEBC_ZID64E_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_ZID64E_Handler(event);
-    }
-    std::uint32_t HEBC_ZID64E_Handler(EventBlock* event) {
-        return Handle(HEBFamily::ZID64E, event);
-    }
+    int HEBC_ZID64E_Register(const VolumeKey& key) { return Register(ZID64E, key); }
+    int HEBC_ZID64E_Unregister() { return Unregister(ZID64E); }
+    static std::uint32_t HEBC_ZID64E_Callback(EventBlock* event) { return Deliver<ZID64E>(event); }
+    std::uint32_t HEBC_ZID64E_Handler(EventBlock* event) { return Handle(ZID64E, event); }
 
-    int HEBC_ZID64X_Register(const VolumeKey& key) {
-        return Register(HEBFamily::ZID64X, key, nullptr, HEBC_ZID64X_Callback);
-    }
-    int HEBC_ZID64X_Unregister() { return Unregister(HEBFamily::ZID64X); }
-    static std::uint32_t HEBC_ZID64X_Callback(EventBlock* event) {
-        return ConsumerOf(event).HEBC_ZID64X_Handler(event);
-    }
-    std::uint32_t HEBC_ZID64X_Handler(EventBlock* event) {
-        return Handle(HEBFamily::ZID64X, event);
-    }
+    int HEBC_ZID64X_Register(const VolumeKey& key) { return Register(ZID64X, key); }
+    int HEBC_ZID64X_Unregister() { return Unregister(ZID64X); }
+    static std::uint32_t HEBC_ZID64X_Callback(EventBlock* event) { return Deliver<ZID64X>(event); }
+    std::uint32_t HEBC_ZID64X_Handler(EventBlock* event) { return Handle(ZID64X, event); }
 
   private:
     /// What one registration watches. It never changes but for the flags, and lives as long as the
@@ -240,11 +214,12 @@ class HEBConsumer {
         std::atomic<Registration*> current{nullptr};  ///< the last of them
     };
 
-    static HEBConsumer& ConsumerOf(const EventBlock* event) {
-        return *static_cast<HEBConsumer*>(event->context);
+    template <HEBFamily family>
+    static std::uint32_t Deliver(EventBlock* event) {
+        return static_cast<HEBConsumer*>(event->context)->Handle(family, event);
     }
-    int Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired,
-                 HEBCallback callback);
+    static HEBChangeFlag Borrowed(std::atomic<bool>* flag) { return {HEBChangeFlag(), flag}; }
+    int Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired = nullptr);
     int Unregister(HEBFamily family);
     std::uint32_t Handle(HEBFamily family, EventBlock* event);
     std::uint32_t Answer(HEBFamily family, EventBlock* event);

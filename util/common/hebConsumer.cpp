@@ -36,6 +36,18 @@ std::string Heading(const char* position, const HEBFamilyFacts& facts) {
     return std::string(position) + " HEBC_" + facts.name + "_Handler -- ";
 }
 
+/// Counts one while it lives.
+class Counted {
+  public:
+    explicit Counted(std::atomic<int>& count) : count_(count) { count_.fetch_add(1); }
+    ~Counted() { count_.fetch_sub(1); }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+
+  private:
+    std::atomic<int>& count_;
+};
+
 }  // namespace
 
 struct HEBConsumer::RetiredConsumers {
@@ -57,7 +69,7 @@ void HEBConsumer::Retire(std::unique_ptr<HEBConsumer> consumer) {
     }
     for (Slots& slots : consumer->slots_) {
         for (const auto& registration : slots.registrations) {
-            registration->registered.store(false, std::memory_order_relaxed);
+            registration->registered.store(false);
         }
     }
     consumer->AwaitHandlers();
@@ -75,19 +87,18 @@ void HEBConsumer::SilenceRetired() {
     }
 }
 
-int HEBConsumer::Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired,
-                          HEBCallback callback) {
+int HEBConsumer::Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired) {
     Slots& slots = slots_[static_cast<std::size_t>(family)];
     const Registration* current = slots.current.load(std::memory_order_relaxed);
     if (current != nullptr && IsSet(current->registered)) {
         return zERR_INVALID_STATE;
     }
     offeredToBus_ = true;
-    const char* eventName = HEBFactsOf(family).eventName;
+    const HEBFamilyFacts& facts = HEBFactsOf(family);
     try {
-        slots.key = bus_.EventRegister(eventName, name_, this, callback);
+        slots.key.reset(bus_.EventRegister(facts.eventName, name_, this, facts.callback));
     } catch (const std::exception& error) {
-        LogLine() << "Exception while registering for HEB event " << eventName << ":  "
+        LogLine() << "Exception while registering for HEB event " << facts.eventName << ":  "
                   << error.what() << "\nutil/common/heb[635]\n";
         return zEVENT_REGISTRATION_FAILED;
     }
@@ -104,7 +115,7 @@ int HEBConsumer::Unregister(HEBFamily family) {
         return zERR_INVALID_STATE;
     }
     try {
-        bus_.EventUnregister(std::move(slots.key));
+        bus_.EventUnregister(slots.key.release());
     } catch (const std::exception& error) {
         LogLine() << "util/common/heb[225] Could not unregister from HEB " << error.what() << '\n';
     }
@@ -119,18 +130,23 @@ void HEBConsumer::AwaitHandlers() const {
 }
 
 std::uint32_t HEBConsumer::Handle(HEBFamily family, EventBlock* event) {
-    // Counted before the look at the flag: whoever sets it sees either that or this handler.
-    handling_.fetch_add(1);
-    const std::uint32_t answer = silent_.load() ? kHEBAccept : Answer(family, event);
-    handling_.fetch_sub(1);
-    return answer;
+    // Counted before the first look at a flag. Those looks, the count and `Retire`'s and
+    // `SilenceRetired`'s stores are sequentially consistent: either this handler sees their flag or
+    // they see it counted, and wait.
+    const Counted atWork(handling_);
+    try {
+        return silent_.load() ? kHEBAccept : Answer(family, event);
+    } catch (const std::exception&) {
+        // The bus library is C and knows no exceptions. What could not be looked at is let pass.
+        return kHEBAccept;
+    }
 }
 
 std::uint32_t HEBConsumer::Answer(HEBFamily family, EventBlock* event) {
     const HEBFamilyFacts& facts = HEBFactsOf(family);
     const Registration* registration =
         slots_[static_cast<std::size_t>(family)].current.load(std::memory_order_acquire);
-    if (registration == nullptr || !IsSet(registration->registered)) {
+    if (registration == nullptr || !registration->registered.load()) {
         LogLine() << Heading("util/common/heb[540]", facts) << "early event.\n";
         return kHEBAccept;
     }

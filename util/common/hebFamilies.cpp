@@ -7,6 +7,9 @@
 
 namespace {
 
+constexpr char kPoolGUID[] = "Pool GUID";
+constexpr char kVolumeGUID[] = "Volume GUID";
+
 void ReportGUID(std::ostream& line, const char* what, const GUID_t& guid) {
     char text[Ostrel::kGUIDTextLength + 1] = "";
     if (Ostrel::LB_GUIDToString(&guid, sizeof text, text) != 0) {
@@ -16,25 +19,16 @@ void ReportGUID(std::ostream& line, const char* what, const GUID_t& guid) {
     line << what << ": " << text << '\n';
 }
 
-void ReportNames(std::ostream& line, const HEBRename& data) {
+template <const char* what>
+void ReportRename(std::ostream& line, const void* eventData) {
+    const auto& data = *static_cast<const HEBRename*>(eventData);
+    ReportGUID(line, what, data.guid);
     line << "Old Name: " << UnicodeString(data.oldName)
          << "\nNew Name: " << UnicodeString(data.newName) << '\n';
 }
 
-void ReportPoolRename(std::ostream& line, const void* eventData) {
-    const auto& data = *static_cast<const HEBRename*>(eventData);
-    ReportGUID(line, "Pool GUID", data.guid);
-    ReportNames(line, data);
-}
-
-void ReportVolumeRename(std::ostream& line, const void* eventData) {
-    const auto& data = *static_cast<const HEBRename*>(eventData);
-    ReportGUID(line, "Volume GUID", data.guid);
-    ReportNames(line, data);
-}
-
 void ReportVolume(std::ostream& line, const void* eventData) {
-    ReportGUID(line, "Volume GUID", static_cast<const HEBIdentity*>(eventData)->guid);
+    ReportGUID(line, kVolumeGUID, static_cast<const HEBIdentity*>(eventData)->guid);
 }
 
 void ReportBothVolumes(std::ostream& line, const void* eventData) {
@@ -45,24 +39,24 @@ void ReportBothVolumes(std::ostream& line, const void* eventData) {
 
 /// In the order of `HEBFamily`.
 constexpr HEBFamilyFacts kFamilies[kHEBFamilies] = {
-    {"CPSE", "OSTREL.ChangePoolState.Enter", "pool", "CPS", zERR_POOL_CONSUMER_PREVENTED, false,
-     nullptr, nullptr},
-    {"CVSE", "OSTREL.ChangeVolState.Enter", "volume", "CVS", zERR_VOLUME_CONSUMER_PREVENTED, true,
-     nullptr, nullptr},
-    {"PR", "OSTREL.PoolRename.Enter", "pool", nullptr, 0, false, "the pool is being renamed.",
-     ReportPoolRename},
-    {"VR", "OSTREL.LVolumeRename.Enter", "volume", nullptr, 0, false,
-     "the volume is being renamed.", ReportVolumeRename},
-    {"VRX", "OSTREL.LVolumeRename.Exit", "volume", nullptr, 0, false,
-     "the volume has been renamed.", ReportVolumeRename},
-    {"VD", "OSTREL.LVolumeDelete.Enter", "volume", nullptr, 0, false,
+    {"CPSE", "OSTREL.ChangePoolState.Enter", HEBConsumer::HEBC_CPSE_Callback, "pool", "CPS",
+     zERR_POOL_CONSUMER_PREVENTED, false, nullptr, nullptr},
+    {"CVSE", "OSTREL.ChangeVolState.Enter", HEBConsumer::HEBC_CVSE_Callback, "volume", "CVS",
+     zERR_VOLUME_CONSUMER_PREVENTED, true, nullptr, nullptr},
+    {"PR", "OSTREL.PoolRename.Enter", HEBConsumer::HEBC_PR_Callback, "pool", nullptr, 0, false,
+     "the pool is being renamed.", ReportRename<kPoolGUID>},
+    {"VR", "OSTREL.LVolumeRename.Enter", HEBConsumer::HEBC_VR_Callback, "volume", nullptr, 0, false,
+     "the volume is being renamed.", ReportRename<kVolumeGUID>},
+    {"VRX", "OSTREL.LVolumeRename.Exit", HEBConsumer::HEBC_VRX_Callback, "volume", nullptr, 0,
+     false, "the volume has been renamed.", ReportRename<kVolumeGUID>},
+    {"VD", "OSTREL.LVolumeDelete.Enter", HEBConsumer::HEBC_VD_Callback, "volume", nullptr, 0, false,
      "the volume is being deleted.", ReportVolume},
-    {"VDX", "OSTREL.LVolumeDelete.Exit", "volume", nullptr, 0, false,
-     "the volume has been deleted.", ReportBothVolumes},
-    {"ZID64E", "OSTREL.LVolZID64.Enter", "volume", nullptr, 0, false,
-     "the volume is being moved to 64-bit ZIDs.", ReportVolume},
-    {"ZID64X", "OSTREL.LVolZID64.Exit", "volume", nullptr, 0, false,
-     "the volume has been moved to 64-bit ZIDs.", ReportVolume},
+    {"VDX", "OSTREL.LVolumeDelete.Exit", HEBConsumer::HEBC_VDX_Callback, "volume", nullptr, 0,
+     false, "the volume has been deleted.", ReportBothVolumes},
+    {"ZID64E", "OSTREL.LVolZID64.Enter", HEBConsumer::HEBC_ZID64E_Callback, "volume", nullptr, 0,
+     false, "the volume is being moved to 64-bit ZIDs.", ReportVolume},
+    {"ZID64X", "OSTREL.LVolZID64.Exit", HEBConsumer::HEBC_ZID64X_Callback, "volume", nullptr, 0,
+     false, "the volume has been moved to 64-bit ZIDs.", ReportVolume},
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 struct HEBFamilyFacts {
     const char* name;
     const char* eventName;
+    HEBCallback callback;
     const char* object;  ///< "pool" or "volume"
     /// A state change's short name and the status that refuses it; null and 0 for a family that
     /// only reports.

@@ -42,7 +42,9 @@ LogLine::LogLine() {
 
 LogLine::~LogLine() {
     const std::string_view text = view();
-    std::cerr.rdbuf()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    std::streambuf& log = *std::cerr.rdbuf();
+    log.sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    log.pubsync();
 }
 
 int LogSystemError(const char* what) {

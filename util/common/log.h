@@ -36,9 +36,9 @@ class LogRedirection {
     std::ios_base::fmtflags oldFlags_;
 };
 
-/// One entry of the log, composed apart and handed over whole when it is destroyed: no line is torn
-/// by another thread's, and nobody touches the shared stream's format. Integers take the log's
-/// number base; std::to_string gives the few that are decimal whatever the base.
+/// One entry of the log, composed apart and handed over whole and flushed when it is destroyed: no
+/// line is torn by another thread's, and nobody touches the shared stream's format. Integers take
+/// the log's number base; std::to_string gives the few that are decimal whatever the base.
 class LogLine : public std::ostringstream {
   public:
     LogLine();

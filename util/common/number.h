@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 
 namespace Ostrel {
@@ -19,5 +20,22 @@ std::uint64_t LB_strtouq(const char* text, const char** end, unsigned radix);
 
 /// `_stoq` signed: the limit of the sign on an overflow.
 std::int64_t LB_strtoq(const char* text, const char** end, unsigned radix);
+
+// The three with an `end` as strtoul takes it.
+
+template <std::same_as<char*> End>
+std::uint64_t _stoq(const char* text, End* end, unsigned radix, int mode) {
+    return _stoq(text, const_cast<const char**>(end), radix, mode);
+}
+
+template <std::same_as<char*> End>
+std::uint64_t LB_strtouq(const char* text, End* end, unsigned radix) {
+    return LB_strtouq(text, const_cast<const char**>(end), radix);
+}
+
+template <std::same_as<char*> End>
+std::int64_t LB_strtoq(const char* text, End* end, unsigned radix) {
+    return LB_strtoq(text, const_cast<const char**>(end), radix);
+}
 
 }  // namespace Ostrel

@@ -53,7 +53,7 @@ OstrelVirtualFileServices::OstrelVirtualFileServices(unsigned flags, const char*
     if ((flags_ & kTracePath) != 0) {
         LogLine() << "util/common/ostrelVFS[133] " << path_ << '\n';
     }
-    file_ = OpenServiceFile(path_.c_str(), "r+");
+    file_ = OpenServiceFile(path_.c_str(), "r+", kLongestRequest);
     if (file_ == nullptr) {
         LogChannelFailure("util/common/ostrelVFS[140]", " Could not open ", path_,
                           std::strerror(errno));
@@ -87,11 +87,12 @@ void OstrelVirtualFileServices::SwitchToDataStream(const char* dataStream) {
 void OstrelVirtualFileServices::Write(const char* text, std::size_t length) {
     // The result does not matter: what counts is whether the service takes the request.
     std::fseek(file_.get(), 0, SEEK_SET);
-    if (std::fwrite(text, 1, length, file_.get()) != length) {
-        const int error = errno;
+    const bool fits = length <= kLongestRequest;
+    if (!fits || std::fwrite(text, 1, length, file_.get()) != length) {
+        const int error = fits ? errno : EMSGSIZE;
         LogChannelFailure("util/common/ostrelVFS[311]", " Could not write to ", path_,
                           std::strerror(error));
-        throw AdminError("Could not write command", 0, "util/common/ostrelVFS[312]", error);
+        throw AdminError("Could not write command", "util/common/ostrelVFS[312]", error);
     }
     if (std::fflush(file_.get()) != 0) {
         LogSystemError("Unable to flush data 3");
@@ -106,7 +107,7 @@ unsigned long OstrelVirtualFileServices::Read(char* buffer, unsigned long size,
         const int error = errno;
         LogChannelFailure("util/common/ostrelVFS[268]", " Could not read from ", path_,
                           std::strerror(error));
-        throw AdminError("Could not read", 0, "util/common/ostrelVFS[269]", error);
+        throw AdminError("Could not read", "util/common/ostrelVFS[269]", error);
     }
     std::uint64_t status = 0;
     // The service reports a refused write at the start of a reply alone.

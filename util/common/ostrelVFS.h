@@ -15,6 +15,9 @@ class OstrelVirtualFileServices {
     static constexpr unsigned kDefaultFlags = 6;
     /// Channel flag: log the path when it is opened.
     static constexpr unsigned kTracePath = 0x40000000;
+    /// What the stream's buffer holds, in bytes: the service takes every write for a request, so a
+    /// request must leave the buffer in one.
+    static constexpr std::size_t kLongestRequest = 65536;
 
     /// Opens (`server` prefix and) `filePath` and switches it to `dataStream`, the unnamed one when
     /// that is null. `flags` 0 is the default. Throws std::runtime_error when the file does not
@@ -26,7 +29,7 @@ class OstrelVirtualFileServices {
     OstrelVirtualFileServices& operator=(const OstrelVirtualFileServices&) = delete;
 
     /// Sends one request of `length` bytes. Throws `AdminError` with errno when it does not go out
-    /// whole.
+    /// whole, with EMSGSIZE when it is longer than `kLongestRequest`.
     void Write(const char* text, std::size_t length);
 
     /// Reads up to `size` bytes of the reply from byte `offset` on; returns the count, 0 at its

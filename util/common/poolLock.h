@@ -12,7 +12,7 @@
 /// are refused, and a forced one waits on the bus's thread until `Unlock`. One thread makes, locks,
 /// unlocks and destroys it; the destructor unlocks.
 class PoolLock {
-  private:
+    // What `CVSRequired` refers to, and so made before it.
     HEBChangeFlag changeRequired_;
 
   public:

@@ -17,6 +17,8 @@ class PVKey {
     PVKey(const char* name, bool isPool);
     /// The key of all pools or all volumes, "all".
     explicit PVKey(bool isPool);
+    /// A name or a GUID alone would pass for that bool, and stand for every object.
+    explicit PVKey(const void*) = delete;
 
     /// Asks the service for the present state's number: 6 active, 2 deactive, 3 maintenance, 0 any
     /// other. Throws as the query does.

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 
 #include "util/common/errors.h"
 #include "util/common/lbpMisc.h"
@@ -53,7 +52,7 @@ constexpr struct {
 
 /// One number of a job's details: the element whose value it is, and what its failures say.
 struct StatusElement {
-    const char* tag;
+    const char* name;
     const char* obtainMessage;
     const char* obtainPosition;
     const char* parseMessage;
@@ -61,15 +60,15 @@ struct StatusElement {
 };
 
 constexpr StatusElement kRAVStatus{
-    "<ravStatus>", "Could not obtain rav thread status", "util/common/ostrelVFS[534]",
+    "ravStatus", "Could not obtain rav thread status", "util/common/ostrelVFS[534]",
     "Could not parse rav thread status", "util/common/ostrelVFS[541]"};
 constexpr StatusElement kFinalStatus{
-    "<finalStatus>", "Could not obtain rav thread final status", "util/common/ostrelVFS[582]",
+    "finalStatus", "Could not obtain rav thread final status", "util/common/ostrelVFS[582]",
     "Could not parse rav thread final status", "util/common/ostrelVFS[589]"};
 constexpr StatusElement kFinalStatusSetter{
-    "<finalStatusSetter>", "Could not obtain rav thread final status", "util/common/ostrelVFS[597]",
+    "finalStatusSetter", "Could not obtain rav thread final status", "util/common/ostrelVFS[597]",
     "Could not parse rav thread final status", "util/common/ostrelVFS[604]"};
-constexpr StatusElement kState{"<state>", "Could not obtain rav thread state",
+constexpr StatusElement kState{"state", "Could not obtain rav thread state",
                                "util/common/ostrelVFS[645]", "Could not parse rav thread state",
                                "util/common/ostrelVFS[652]"};
 
@@ -127,6 +126,21 @@ std::string ReplyText(const std::string& reply, const char* tag) {
     return content;
 }
 
+/// The number in the "value" attribute of the element that `info` describes.
+int StatusValue(TXML::XML_ElementInfo_s& info, std::int32_t& value) {
+    if (const int status = TXML::XML_GetTagAttribute("value", info); status != 0) {
+        return status;
+    }
+    const char* start = info.attributeValueStart;
+    std::int64_t wide = 0;
+    if (const int status = TXML::XML_UTF8ToSQUAD(start, start + info.attributeValueLength, wide);
+        status != 0) {
+        return status;
+    }
+    value = static_cast<std::int32_t>(wide);
+    return TXML::FitsStatus(wide) ? 0 : zERR_QUAD_TOO_BIG_FOR_LONG;
+}
+
 std::int32_t EntryValue(const std::string& details, const char* entryPath,
                         const StatusElement& element) {
     TXML::XML_ElementInfo_s info;
@@ -134,22 +148,18 @@ std::int32_t EntryValue(const std::string& details, const char* entryPath,
     if (status != 0) {
         LogLine() << "util/common/ostrelVFS[688] Matching operation key not found\n";
     } else {
-        status = TXML::MOSTREL_GetTagTemplate(entryPath, element.tag, details.size(),
-                                              details.data(), info);
+        const char* start = info.contentStart;
+        status = TXML::XML_GetTagElementAtCurrentLevel(element.name, start,
+                                                       start + info.contentLength, info);
     }
     if (status != 0) {
         throw OstrelError(element.obtainMessage, status, element.obtainPosition);
     }
-    std::int64_t value = 0;
-    status = TXML::MOSTREL_GetAttribute(entryPath, element.tag, "value", details.size(),
-                                        details.data(), value);
-    if (status == 0 && value != static_cast<std::int32_t>(value)) {
-        status = zERR_QUAD_TOO_BIG_FOR_LONG;
-    }
-    if (status != 0) {
+    std::int32_t value = 0;
+    if (status = StatusValue(info, value); status != 0) {
         throw OstrelError(element.parseMessage, status, element.parsePosition);
     }
-    return static_cast<std::int32_t>(value);
+    return value;
 }
 
 std::int32_t FinalStatus(const std::string& details, const char* entryPath, std::int32_t& setter) {
@@ -166,16 +176,20 @@ void LogChannelException(const char* what, const OstrelError& error) {
 
 /// The whole file, or `AdminError` with errno.
 std::string ReadWhole(const std::string& path) {
+    constexpr const char* kFailure = "Unable to read XML file";
+    constexpr const char* kPosition = "util/common/ostrelVFS[1718]";
     const ServiceFile file = OpenServiceFile(path.c_str(), "rb");
+    if (file == nullptr) {
+        throw AdminError(kFailure, kPosition, errno);
+    }
     std::string text;
     char chunk[kReplyChunk];
-    std::size_t count = 0;
-    errno = file != nullptr ? 0 : errno;
-    while (file != nullptr && (count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
+    for (std::size_t count = sizeof chunk; count == sizeof chunk;) {
+        count = std::fread(chunk, 1, sizeof chunk, file.get());
         text.append(chunk, count);
     }
-    if (file == nullptr || std::ferror(file.get()) != 0) {
-        throw AdminError("Unable to read XML file", 0, "util/common/ostrelVFS[1718]", errno);
+    if (std::ferror(file.get()) != 0) {
+        throw AdminError(kFailure, kPosition, errno);
     }
     return text;
 }

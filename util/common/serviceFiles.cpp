@@ -8,9 +8,15 @@ std::atomic<ServiceFiles*> currentFiles{nullptr};
 
 }  // namespace
 
-ServiceFile OpenServiceFile(const char* path, const char* mode) {
+ServiceFile OpenServiceFile(const char* path, const char* mode, std::size_t bufferSize) {
     ServiceFiles* files = currentFiles.load();
-    return ServiceFile(files != nullptr ? files->Open(path, mode) : std::fopen(path, mode));
+    ServiceFile file(files != nullptr ? files->Open(path, mode) : std::fopen(path, mode));
+    if (file != nullptr && bufferSize > 0) {
+        std::vector<char>& buffer = file.get_deleter().buffer;
+        buffer.resize(bufferSize);
+        std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
+    }
+    return file;
 }
 
 ServiceFiles* ReplaceServiceFiles(ServiceFiles* files) {

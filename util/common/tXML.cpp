@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 
 #include "util/common/errors.h"
 #include "util/common/log.h"

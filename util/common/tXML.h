@@ -139,6 +139,9 @@ int MOSTREL_GetResultValueAttribute(const char* path, std::size_t length, const 
 // `AdminError` for a reply that holds no result, `OstrelError` with `zERR_QUAD_TOO_BIG_FOR_LONG`
 // for one beyond 32 bits, and `OstrelError` with the service's own status for a refusal.
 
+/// Whether a number that the service sent is one of 32 bits, as statuses are.
+bool FitsStatus(std::int64_t value);
+
 void GetReplyResultValueT(const std::string& reply, const char* path);
 
 /// `GetReplyResultValueT` for the path `tag` below the reply's root.

@@ -17,7 +17,7 @@ struct OperationCheck {
     const char* resultMessage;
     const char* parsePosition;
     const char* overflowPosition;
-    const char* echoPosition;
+    const char* echoPosition;  ///< of the refused reply in the log; null where it is not logged
     const char* resultPosition;
 };
 
@@ -56,11 +56,6 @@ int ResultValue(const std::string& reply, const char* path, std::int64_t& value)
     return MOSTREL_GetResultValueAttribute(path, reply.size(), reply.data(), value);
 }
 
-bool FitsStatus(std::int64_t value) {
-    return value >= std::numeric_limits<std::int32_t>::min() &&
-           value <= std::numeric_limits<std::int32_t>::max();
-}
-
 int ResultValueAsInt(const std::string& reply, const char* path, int& value) {
     std::int64_t wide = 0;
     if (const int status = ResultValue(reply, path, wide); status != 0) {
@@ -82,7 +77,9 @@ void CheckOperation(const std::string& reply, const OperationCheck& check) {
         throw OstrelError("Value overflow", zERR_QUAD_TOO_BIG_FOR_LONG, check.overflowPosition);
     }
     if (value != 0) {
-        LogLine() << check.echoPosition << reply << '\n';
+        if (check.echoPosition != nullptr) {
+            LogLine() << check.echoPosition << reply << '\n';
+        }
         throw OstrelError(check.resultMessage, static_cast<std::int32_t>(value),
                           check.resultPosition);
     }
@@ -90,20 +87,16 @@ void CheckOperation(const std::string& reply, const OperationCheck& check) {
 
 }  // namespace
 
+bool FitsStatus(std::int64_t value) {
+    return value >= std::numeric_limits<std::int32_t>::min() &&
+           value <= std::numeric_limits<std::int32_t>::max();
+}
+
 void GetReplyResultValueT(const std::string& reply, const char* path) {
-    std::int64_t value = 0;
-    if (const int status = ResultValue(reply, path, value); status != 0) {
-        char message[256] = "";
-        std::snprintf(message, sizeof message, "Unable to parse XML tag %s", path);
-        throw AdminError(message, status, "util/common/tXML[1159]");
-    }
-    if (!FitsStatus(value)) {
-        throw OstrelError("Value overflow", zERR_QUAD_TOO_BIG_FOR_LONG, "util/common/tXML[1165]");
-    }
-    if (value != 0) {
-        throw OstrelError("Reply results", static_cast<std::int32_t>(value),
-                          "util/common/tXML[1169]");
-    }
+    char message[256] = "";
+    std::snprintf(message, sizeof message, "Unable to parse XML tag %s", path);
+    CheckOperation(reply, {path, message, "Reply results", "util/common/tXML[1159]",
+                           "util/common/tXML[1165]", nullptr, "util/common/tXML[1169]"});
 }
 
 void GetReplyResultValueForTag(const std::string& reply, const char* tag) {

@@ -320,7 +320,7 @@ OstrelError RefusedRequest() {
 }
 
 AdminError BrokenChannel() {
-    return {"Could not write command", 0, "util/common/ostrelVFS[312]", EPIPE};
+    return {"Could not write command", "util/common/ostrelVFS[312]", EPIPE};
 }
 
 void ExpectRefusedRequest(const OstrelError& error) {
@@ -345,6 +345,13 @@ TEST(OstrelError, CarriesMessageStatusAndPosition) {
 
 TEST(AdminError, CarriesTheSystemErrorAndIsNoServiceStatus) {
     ExpectBrokenChannel(BrokenChannel());
+}
+
+TEST(AdminError, TakesTheSystemErrorAsItIsWhenItIsNotGiven) {
+    errno = EPIPE;
+    ExpectBrokenChannel(AdminError("Could not write command", "util/common/ostrelVFS[312]"));
+    ExpectBrokenChannel(
+        AdminError("Could not write command", 0, "util/common/ostrelVFS[312]", EPIPE));
 }
 
 TEST(AdminError, CarriesAStatusWhenAReplyWasMalformed) {

@@ -17,7 +17,8 @@ std::uint32_t NoCallback(EventBlock*) {
 class Bus : public testing::Test {
   protected:
     std::unique_ptr<HEBKey> Register() {
-        return bus_.EventRegister("EVENT", "CONSUMER", &consumer_, NoCallback);
+        return std::unique_ptr<HEBKey>(
+            bus_.EventRegister("EVENT", "CONSUMER", &consumer_, NoCallback));
     }
 
     FakeBus& fake_ = FakeBus::Fresh();
@@ -49,7 +50,7 @@ TEST_F(Bus, RegistrationRecordHasItsFieldsAtTheirPlacesAndZerosElsewhere) {
     EXPECT_EQ(key->eventName, "EVENT");
     EXPECT_EQ(key->consumerName, "CONSUMER");
     EXPECT_EQ(key->handle, made.handle);
-    EXPECT_EQ(key->context, &consumer_);
+    EXPECT_EQ(key->context, made.At<std::uint64_t>(24));
 }
 
 TEST_F(Bus, RefusedRegistrationIsARuntimeError) {
@@ -61,7 +62,7 @@ TEST_F(Bus, RefusedRegistrationIsARuntimeError) {
 TEST_F(Bus, OnlyTheLow32BitsOfAResultCount) {
     fake_.unregisterResult = 0x700000000;
     std::unique_ptr<HEBKey> key = Register();
-    EXPECT_EQ(ThrownBy([&] { bus_.EventUnregister(std::move(key)); }), Thrown{});
+    EXPECT_EQ(ThrownBy([&] { bus_.EventUnregister(key.release()); }), Thrown{});
     fake_.registerResult = 0x700000000;
     EXPECT_EQ(ThrownBy([this] { Register(); }), Thrown{});
 }
@@ -69,14 +70,14 @@ TEST_F(Bus, OnlyTheLow32BitsOfAResultCount) {
 TEST_F(Bus, UnregistersWithTheHandleAndTheContext) {
     std::unique_ptr<HEBKey> key = Register();
     const std::uint64_t handle = key->handle;
-    bus_.EventUnregister(std::move(key));
+    bus_.EventUnregister(key.release());
     EXPECT_EQ(fake_.unregisteredHandles, (std::vector<std::uint64_t>{handle}));
     EXPECT_EQ(fake_.unregisteredContexts, (std::vector<void*>{&consumer_}));
     EXPECT_TRUE(fake_.registered.empty());
 }
 
 TEST_F(Bus, AKeyThatIsNotRegisteredIsOnlyFreed) {
-    bus_.EventUnregister(std::make_unique<HEBKey>());
+    bus_.EventUnregister(std::make_unique<HEBKey>().release());
     EXPECT_TRUE(fake_.unregisteredHandles.empty());
 }
 
@@ -87,7 +88,7 @@ TEST_F(Bus, NullKeyIsARuntimeError) {
 TEST_F(Bus, RefusedUnregistrationIsLoggedAndARuntimeError) {
     std::unique_ptr<HEBKey> key = Register();
     fake_.unregisterResult = 0x15;
-    EXPECT_EQ(ThrownBy([&] { bus_.EventUnregister(std::move(key)); }),
+    EXPECT_EQ(ThrownBy([&] { bus_.EventUnregister(key.release()); }),
               ARuntimeError("Could not unregister with HEB"));
     EXPECT_EQ(log_.Text(), "Could not unregister with HEB.  HEN returned status 15\n");
 }

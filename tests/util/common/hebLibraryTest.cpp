@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tests/support/capturedLog.h"
+#include "tests/support/thrown.h"
 #include "util/common/heb.h"
 
 // This program has no bus in itself. The build runs each test in a process of its own, with the
@@ -12,6 +13,9 @@
 namespace {
 
 constexpr GUID_t kGUID{1, 2, 3, 4, 5, {6, 7, 8, 9, 10, 11}};
+constexpr const char* kAbsent =
+    "util/common/heb[118] Could not load libhebus because of "
+    "\"libhebus.so: cannot open shared object file: No such file or directory\"\n";
 constexpr const char* kRefused =
     "Exception while registering for HEB event OSTREL.ChangePoolState.Enter:  HEB register error\n"
     "util/common/heb[635]\n";
@@ -23,16 +27,23 @@ int Register(HEBConsumer& consumer) {
 TEST(BusLibrary, AbsentFailsARegistrationWithTheLoadersReason) {
     const support::CapturedLog log;
     HEBConsumer consumer("OSTREL.Test");
-    const std::string report = std::string(
-                                   "util/common/heb[118] Could not load libhebus because of "
-                                   "\"libhebus.so: cannot open shared object file: No such file or "
-                                   "directory\"\n") +
-                               kRefused;
+    const std::string report = std::string(kAbsent) + kRefused;
     EXPECT_EQ(Register(consumer), 584738804);
     EXPECT_EQ(log.Text(), report);
     EXPECT_EQ(consumer.HEBC_CPSE_Unregister(), 20010);
     EXPECT_EQ(Register(consumer), 584738804);
     EXPECT_EQ(log.Text(), report + report);
+}
+
+TEST(BusLibrary, AbsentRefusesAnUnregistrationWithTheLoadersReason) {
+    const support::CapturedLog log;
+    HaldenEventBus bus;
+    auto key = std::make_unique<HEBKey>();
+    key->handle = 0x4711;
+    EXPECT_EQ(ThrownBy([&] { bus.EventUnregister(key.release()); }),
+              ARuntimeError("Could not unregister with HEB"));
+    EXPECT_EQ(log.Text(),
+              std::string(kAbsent) + "Could not unregister with HEB.  HEN returned status 61a7\n");
 }
 
 TEST(BusLibrary, IncompleteFailsARegistrationWithTheLoadersReason) {

@@ -365,6 +365,47 @@ INSTANTIATE_TEST_SUITE_P(
 
 #undef GUID_TEXT
 
+template <typename Key,
+          int (HEBConsumer::*registerFamily)(const Key&, std::atomic<bool>* changeRequired)>
+int WithOwnFlag(HEBConsumer& consumer, std::atomic<bool>* flag) {
+    return (consumer.*registerFamily)(Key(&kGUID), flag);
+}
+
+struct OwnFlagRow {
+    FamilyRow family;
+    int (*registerFor)(HEBConsumer&, std::atomic<bool>*);
+};
+
+void PrintTo(const OwnFlagRow& row, std::ostream* stream) {
+    *stream << row.family.name;
+}
+
+class FlagOfItsOwner : public testing::TestWithParam<OwnFlagRow> {};
+
+TEST_P(FlagOfItsOwner, IsSetByAForcedChangeWhichWaitsUntilItIsCleared) {
+    FakeBus& fake = FakeBus::Fresh();
+    const support::CapturedLog log;
+    std::atomic<bool> flag{false};
+    Consumer consumer;
+    ASSERT_EQ(GetParam().registerFor(*consumer, &flag), 0);
+    auto held = FakeBus::Deliver(fake.registered.front(), StateChange(kGUID, 3, 6, kForced));
+    while (!flag.load(std::memory_order_relaxed)) {
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_EQ(held.wait_for(150ms), std::future_status::timeout);
+    flag.store(false, std::memory_order_relaxed);
+    ASSERT_EQ(held.wait_for(5s), std::future_status::ready);
+    EXPECT_EQ(held.get().answer, 0U);
+    EXPECT_EQ(((*consumer).*GetParam().family.unregister)(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, FlagOfItsOwner,
+    testing::Values(
+        OwnFlagRow{kFamilies[0], WithOwnFlag<PoolKey, &HEBConsumer::HEBC_CPSE_Register>},
+        OwnFlagRow{kFamilies[1], WithOwnFlag<VolumeKey, &HEBConsumer::HEBC_CVSE_Register>}),
+    [](const auto& row) { return std::string(row.param.family.name); });
+
 TEST(RetiredConsumer, AnswersWhateverComesLateAsEarly) {
     FakeBus& fake = FakeBus::Fresh();
     const support::CapturedLog log;

@@ -38,7 +38,7 @@ TEST(LogRedirection, TakesSingleCharactersAndFlushes) {
     EXPECT_TRUE(std::cerr.good());
 }
 
-/// Counts the flushes that reach a log file.
+/// Counts the flushes that reach it.
 class FlushCounter : public std::stringbuf {
   public:
     int flushes = 0;
@@ -119,6 +119,18 @@ TEST(LogLine, IsHandedOverWholeWhenItEnds) {
         line << "half\n";
     }
     EXPECT_EQ(log.Text(), "second\nfirst half\n");
+}
+
+TEST(LogLine, IsFlushedWithoutARedirectionToo) {
+    FlushCounter target;
+    std::streambuf* const oldBuffer = std::cerr.rdbuf(&target);
+    LogLine() << "one entry\n";
+    const int flushesOfOne = target.flushes;
+    LogLine() << "another\n";
+    std::cerr.rdbuf(oldBuffer);
+    EXPECT_EQ(target.str(), "one entry\nanother\n");
+    EXPECT_EQ(flushesOfOne, 1);
+    EXPECT_EQ(target.flushes, 2);
 }
 
 TEST(LogLine, OfSeveralThreadsIsNeverTorn) {

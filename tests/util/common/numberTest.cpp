@@ -117,6 +117,27 @@ TEST(NumberLimits, OverflowOnceSeenIsRememberedThroughLargerSteps) {
     EXPECT_EQ(Ostrel::LB_strtoq("-184467440737095516169", nullptr, 10), kSmallest);
 }
 
+TEST(NumberEnd, MayBeOfTheKindThatStrtoulTakes) {
+    char text[] = " -0x10;";
+    char* end = nullptr;
+    EXPECT_EQ(Ostrel::LB_strtoq(text, &end, 0), -16);
+    EXPECT_STREQ(end, ";");
+    end = nullptr;
+    EXPECT_EQ(Ostrel::LB_strtouq(text, &end, 0), static_cast<std::uint64_t>(-16));
+    EXPECT_STREQ(end, ";");
+    end = nullptr;
+    EXPECT_EQ(Ostrel::_stoq(text, &end, 37, 0), 0U);
+    EXPECT_EQ(end, text);
+    char** const noEnd = nullptr;
+    EXPECT_EQ(Ostrel::LB_strtoq(text, noEnd, 0), -16);
+}
+
+TEST(NumberEnd, MayBeLeftOutByEitherNull) {
+    EXPECT_EQ(Ostrel::LB_strtouq("7", 0, 10), 7U);  // NOLINT(modernize-use-nullptr)
+    EXPECT_EQ(Ostrel::LB_strtoq("7", nullptr, 10), 7);
+    EXPECT_EQ(Ostrel::_stoq("7", 0, 10, 1), 7U);  // NOLINT(modernize-use-nullptr)
+}
+
 TEST(NumberLimits, BadRadixLeavesTheEndAtTheTextDespiteLeadingBlanks) {
     const char* text = "  12";
     const char* end = nullptr;

@@ -21,6 +21,7 @@ void PrintTo(const Row& row, std::ostream* stream) {
 }
 
 constexpr const char* kPath = "/_admin/Manage_OSTREL/manage.cmd";
+constexpr std::size_t kLongest = OstrelVirtualFileServices::kLongestRequest;
 constexpr const char* kSwitch = "<virtualIO><datastream name=\"command\"/></virtualIO>";
 
 class Channel : public testing::Test {
@@ -80,10 +81,14 @@ TEST_F(Channel, OpenFailureIsARuntimeError) {
               "because of \"No such file or directory\"\n");
 }
 
+// Only what does not fit the stream's buffer is written, and fails, in the call that writes.
 TEST_F(Channel, ModeSwitchWriteFailureIsARuntimeErrorAndClosesTheFile) {
-    service_.buffered = false;
     service_.writeError = EIO;
-    EXPECT_EQ(ThrownBy([this] { Open(); }), ARuntimeError("Could not switch to command mode"));
+    const std::string dataStream(kLongest, 'x');
+    EXPECT_EQ(ThrownBy([&] {
+                  const OstrelVirtualFileServices channel(0, kPath, nullptr, dataStream.c_str());
+              }),
+              ARuntimeError("Could not switch to command mode"));
     EXPECT_EQ(log_.Text(),
               "util/common/ostrelVFS[159] Could not write to "
               "\"/_admin/Manage_OSTREL/manage.cmd\" because of \"Input/output error\"\n");
@@ -98,8 +103,8 @@ TEST_F(Channel, ModeSwitchFlushFailureIsReportedAndTheObjectUsable) {
     service_.writeError = 0;
     channel.Write("question", 8);
     char buffer[64] = "";
-    channel.Read(buffer, sizeof buffer, 0);
-    EXPECT_EQ(service_.requests.back().substr(service_.requests.back().size() - 8), "question");
+    EXPECT_EQ(std::string(buffer, channel.Read(buffer, sizeof buffer, 0)), "answer");
+    EXPECT_EQ(service_.requests, (std::vector<std::string>{"question"}));
 }
 
 TEST_F(Channel, SeekFailureAfterTheSwitchIsReportedAndTheObjectUsable) {
@@ -139,14 +144,42 @@ TEST_F(Channel, ReadStartsAtItsOffsetAndLeavesTheRestAlone) {
 }
 
 TEST_F(Channel, ShortWriteIsAnAdminErrorWithErrno) {
-    service_.buffered = false;
     OstrelVirtualFileServices channel = Open();
     service_.writeError = ENOSPC;
-    EXPECT_EQ(ThrownBy([&] { channel.Write("question", 8); }),
+    const std::string question(kLongest, 'q');
+    EXPECT_EQ(ThrownBy([&] { channel.Write(question.data(), question.size()); }),
               AnAdminError("Could not write command", 0, "util/common/ostrelVFS[312]", ENOSPC));
     EXPECT_EQ(log_.Text(),
               "util/common/ostrelVFS[311] Could not write to "
               "\"/_admin/Manage_OSTREL/manage.cmd\" because of \"No space left on device\"\n");
+}
+
+TEST_F(Channel, LongRequestArrivesInOneWriteAndItsReplyIsRead) {
+    for (const std::size_t length : {std::size_t{5000}, kLongest - 1, kLongest}) {
+        service_.replies = {std::string(length, 'a')};
+        OstrelVirtualFileServices channel = Open();
+        service_.writes = 0;
+        const std::string question(length, 'q');
+        channel.Write(question.data(), question.size());
+        EXPECT_EQ(service_.writes, 1) << length;
+        EXPECT_EQ(service_.requests.back(), question);
+        std::string reply(length + 1, '\0');
+        EXPECT_EQ(channel.Read(reply.data(), reply.size(), 0), length);
+        EXPECT_EQ(reply.substr(0, length), service_.replies.front());
+    }
+    EXPECT_EQ(log_.Text(), "");
+}
+
+TEST_F(Channel, RequestThatDoesNotFitOneWriteIsRefusedUnsent) {
+    OstrelVirtualFileServices channel = Open();
+    service_.writes = 0;
+    const std::string question(kLongest + 1, 'q');
+    EXPECT_EQ(ThrownBy([&] { channel.Write(question.data(), question.size()); }),
+              AnAdminError("Could not write command", 0, "util/common/ostrelVFS[312]", EMSGSIZE));
+    EXPECT_EQ(service_.writes, 0);
+    EXPECT_EQ(log_.Text(),
+              "util/common/ostrelVFS[311] Could not write to "
+              "\"/_admin/Manage_OSTREL/manage.cmd\" because of \"Message too long\"\n");
 }
 
 TEST_F(Channel, RequestFlushFailureIsReportedAndReturns) {

@@ -194,11 +194,25 @@ TEST_F(Lock, ForcedChangeIsHeldUntilUnlock) {
     EXPECT_EQ(Printed().substr(0, 38), "<PoolLock><CVSRequired>1</CVSRequired>");
     EXPECT_EQ(lock_->Unlock(), 0);
     EXPECT_FALSE(Required());
-    ASSERT_EQ(delivery.wait_for(200ms), std::future_status::ready);
+    ASSERT_EQ(delivery.wait_for(5s), std::future_status::ready);
     EXPECT_EQ(delivery.get().answer, 0U);
     EXPECT_EQ(log_.Text(),
               "util/common/heb[592] HEBC_CPSE_Handler -- accepted CPS request because "
               "VOLMODE_USER_ABORTABLE not present.\n");
+}
+
+// A busy machine only ever adds to the delay: the best of a few attempts is the lock's own.
+TEST_F(Lock, HeldChangeIsAnsweredWithin200MillisecondsOfUnlock) {
+    bool inTime = false;
+    for (int attempt = 0; attempt < 5 && !inTime; ++attempt) {
+        Hold();
+        auto delivery = Force();
+        ASSERT_EQ(lock_->Unlock(), 0);
+        inTime = delivery.wait_for(200ms) == std::future_status::ready;
+        ASSERT_EQ(delivery.wait_for(5s), std::future_status::ready);
+        EXPECT_EQ(delivery.get().answer, 0U);
+    }
+    EXPECT_TRUE(inTime);
 }
 
 TEST_F(Lock, DestructorUnlocksAndLetsAHeldChangeGo) {

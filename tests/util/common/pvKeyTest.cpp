@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 #include "tests/support/cannedService.h"
 #include "tests/support/capturedLog.h"
@@ -35,6 +36,12 @@ TEST(AllObjectsKey, MatchesEveryGUIDAndIsCalledAll) {
     EXPECT_TRUE(volumes.AllObjects);
     EXPECT_TRUE(volumes.IsMatch(&kGUID));
 }
+
+static_assert(std::is_constructible_v<PVKey, bool>);
+static_assert(!std::is_constructible_v<PVKey, const char*>);
+static_assert(!std::is_constructible_v<PVKey, const char (&)[5]>);
+static_assert(!std::is_constructible_v<PVKey, const GUID_t*>);
+static_assert(!std::is_constructible_v<PVKey, std::nullptr_t>);
 
 TEST(KeyOfAGUID, MatchesOnlyThatGUIDAndKnowsNoName) {
     const PoolKey pool(&kGUID);

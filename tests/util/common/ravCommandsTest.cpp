@@ -283,10 +283,10 @@ TEST_F(RAVCommands, ReportChannelExceptionsWithTheirStatus) {
 }
 
 TEST_F(RAVCommands, ReportAWriteThatFails) {
-    service_.buffered = false;
     VFSManageCmd command;
     service_.writeError = EIO;
-    EXPECT_EQ(ThrownBy([&] { command.PoolVerifyActions(kRAVPause, reply); }),
+    const std::string request(VFSManageCmd::kLongestRequest, 'x');
+    EXPECT_EQ(ThrownBy([&] { command.PoolVerifyActionsT(request, reply); }),
               AnAdminError("Could not write command", 0, "util/common/ostrelVFS[312]", EIO));
     EXPECT_EQ(log_.Text(),
               "util/common/ostrelVFS[311] Could not write to "
