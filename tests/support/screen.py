@@ -2,6 +2,7 @@
 
 import copy
 import os
+import select
 import time
 
 import pexpect
@@ -124,19 +125,26 @@ class Terminal:
         until = time.monotonic() + seconds
         while not self.child.closed:
             left = max(until - time.monotonic(), 0)
-            try:
-                data = self.child.read_nonblocking(65536, timeout=min(left, 0.05))
-            except pexpect.TIMEOUT:
-                if left == 0:
-                    return True
-                continue
-            except pexpect.EOF:
-                return False
-            self.output += data
-            self._stream.feed(data)
+            if self._readable(min(left, 0.05)):
+                data = self._read()
+                if not data:
+                    return False
+                self.output += data
+                self._stream.feed(data)
             if left == 0:
                 return True
         return False
+
+    def _readable(self, seconds):
+        return bool(select.select([self.child.child_fd], [], [], seconds)[0])
+
+    def _read(self):
+        """What the program wrote last, nothing at the end. The end comes from the terminal and not
+        from the program's death, which can be seen before its last words."""
+        try:
+            return os.read(self.child.child_fd, 65536)
+        except OSError:
+            return b""
 
     def now(self):
         self.pump()
