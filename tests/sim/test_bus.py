@@ -6,6 +6,7 @@ import pytest
 from simulation import (BUILD, POOL_GUID, POOL_GUID_BYTES, VOLUME_GUID, VOLUME_GUID_BYTES,
                         wait_until)
 
+PATIENCE = 5  # seconds that the bus library waits for the service
 POOL_STATE = "OSTREL.ChangePoolState.Enter"
 EVENTS = [POOL_STATE, "OSTREL.ChangeVolState.Enter", "OSTREL.PoolRename.Enter",
           "OSTREL.LVolumeRename.Enter", "OSTREL.LVolumeRename.Exit", "OSTREL.LVolumeDelete.Enter",
@@ -122,7 +123,7 @@ def test_a_removal_does_not_wait_for_an_event_under_delivery(sim):
     change = sim.start_control("state", "P", "active", "--forced")
     consumer.next_event()
     removal = consumer.do(do="unregister", handle=handle)
-    assert removal["status"] == 0 and removal["seconds"] < 1
+    assert removal["status"] == 0 and removal["seconds"] < PATIENCE
     assert registrations(sim) == [] and change.poll() is None
     consumer.do(do="policy")
     assert change.wait(timeout=5) == 0
@@ -201,7 +202,7 @@ def test_registration_fails_without_a_service(sim):
     sim.process.terminate()
     sim.process.wait()
     reply = consumer.register()
-    assert reply["status"] != 0 and reply["seconds"] < 1
+    assert reply["status"] != 0 and reply["seconds"] < PATIENCE
 
 
 def test_a_service_that_stands_still_hangs_nobody(sim):
@@ -210,8 +211,8 @@ def test_a_service_that_stands_still_hangs_nobody(sim):
     with sim.standing_still():
         registration = consumer.register("OSTREL.PoolRename.Enter")
         removal = consumer.do(do="unregister", handle=handle)
-    assert registration["status"] != 0 and registration["seconds"] < 8
-    assert removal["status"] != 0 and removal["seconds"] < 8
+    assert registration["status"] != 0 and registration["seconds"] < 4 * PATIENCE
+    assert removal["status"] != 0 and removal["seconds"] < 4 * PATIENCE
     # The registration whose reply came too late is withdrawn.
     assert wait_until(lambda: registrations(sim) == [])
 
@@ -221,7 +222,7 @@ def test_a_service_that_dies_takes_the_registrations_with_it(sim, start):
     handle = consumer.register()["handle"]
     sim.kill()
     removal = consumer.do(do="unregister", handle=handle)
-    assert removal["status"] != 0 and removal["seconds"] < 2
+    assert removal["status"] != 0 and removal["seconds"] < PATIENCE
     again = start("--pool", f"P,{POOL_GUID},maintenance", socket=sim.socket)
     assert wait_until(lambda: consumer.register()["status"] == 0)
     again.control("state", "P", "active")
@@ -232,7 +233,7 @@ def test_a_refused_registration_leaves_nothing(sim):
     sim.control("fault", "bus-refuse", "20008")
     consumer = sim.consumer()
     assert consumer.register() == {"status": 20008, "handle": 0} | {
-        "seconds": pytest.approx(0, abs=2)}
+        "seconds": pytest.approx(0, abs=PATIENCE)}
     assert registrations(sim) == []
     assert consumer.register()["status"] == 0
 

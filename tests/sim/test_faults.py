@@ -99,7 +99,7 @@ def test_a_slow_reply_comes_late_but_whole(sim):
     with sim.channel() as channel:
         begin = time.monotonic()
         assert field(channel.ask(pool_info("P")), "poolGUID") == POOL_GUID
-        assert 0.3 <= time.monotonic() - begin < 2
+        assert time.monotonic() - begin >= 0.3
 
 
 def test_a_fault_waits_for_its_turns(sim):

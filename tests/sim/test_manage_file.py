@@ -165,7 +165,7 @@ def test_a_slow_reply_does_not_hold_another_conversation(sim):
         reader = threading.Thread(target=slow.read)
         reader.start()
         assert field(quick.ask(pool_info("P")), "poolState") == "maintenance"
-        assert time.monotonic() - begin < 1.0
+        assert reader.is_alive()
         reader.join()
         assert time.monotonic() - begin >= 1.5
 
