@@ -75,9 +75,9 @@ void ScanEngine::CheckSuperblockForDump() {
 std::unique_ptr<ZSBFile> ScanEngine::MakeWriter() {
     constexpr int kDefaultLevel = -1;
     const std::string poolName = dumpOptions_->poolName;
-    return std::make_unique<ZSBFile>(dumpOptions_->path, &poolName, bypass_, &runGUID_,
-                                     dumpOptions_->compress, ThreadId(), BlocksInPool(),
-                                     kDefaultLevel, kScanFileSizeLimit);
+    compress_ = dumpOptions_->compress;
+    return std::make_unique<ZSBFile>(dumpOptions_->path, &poolName, bypass_, &runGUID_, compress_,
+                                     ThreadId(), BlocksInPool(), kDefaultLevel, kScanFileSizeLimit);
 }
 
 void ScanEngine::SetDumpRange() {
@@ -85,7 +85,6 @@ void ScanEngine::SetDumpRange() {
     firstBlock_.store(dumpOptions_->start, std::memory_order_relaxed);
     lastBlock_.store(last, std::memory_order_relaxed);
     currentBlock_.store(dumpOptions_->start, std::memory_order_relaxed);
-    compress_ = dumpOptions_->compress;
 }
 
 int ScanEngine::RunDumpAll(ZSBFile& file) {
