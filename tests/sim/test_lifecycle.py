@@ -180,6 +180,16 @@ def processor_seconds(process):
     return (int(words[11]) + int(words[12])) / os.sysconf("SC_CLK_TCK")
 
 
+def checks_its_objects_through_pipes():
+    """The sanitizer of undefined behaviour looks at memory through a pipe: where no descriptor is
+    left it takes every object for a broken one."""
+    linked = subprocess.run(["ldd", BUILD / "bin/ostrelsim"], capture_output=True, text=True,
+                            check=True).stdout
+    return "libubsan" in linked
+
+
+@pytest.mark.skipif(checks_its_objects_through_pipes(),
+                    reason="the sanitizer needs the descriptors itself")
 @pytest.mark.parametrize("freed", [True, False], ids=["freed", "kept"])
 def test_a_service_without_a_free_descriptor_waits_for_one_and_can_be_ended(sim, freed):
     limit = len(os.listdir(f"/proc/{sim.process.pid}/fd")) + 2
