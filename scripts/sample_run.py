@@ -9,9 +9,15 @@ import collections
 import contextlib
 import os
 import pathlib
+import select
+import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import termios
+import time
+import tty
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tests" / "support"))
@@ -25,6 +31,7 @@ import screen
 
 POOL = "SAMPLE"
 SIZE = os.environ.get("SAMPLE_SIZE", "192M")
+PAUSE = float(os.environ.get("SAMPLE_PAUSE", "10"))  # seconds that a last screen waits for a key
 BIN = ostrelscan.build_folder() / "bin"
 
 
@@ -45,18 +52,18 @@ class Road:
     def arguments(self, *words):
         return [BIN / "ostrelscan", *([] if self.service else ["--bypass-ostrel"]), *words]
 
-    def terminal(self, *words):
-        return screen.Terminal(self.arguments("--automatic", *words), env=self.environment,
-                               cwd=self.folder)
+    def terminal(self, *words, **size):
+        return screen.Terminal(self.arguments(*words), env=self.environment, cwd=self.folder,
+                               **size)
 
     def show(self, *words):
         """Runs the tool on this terminal, or shows its last screen where there is none."""
         print("$ ostrelscan", *words, flush=True)
         if sys.stdin.isatty() and sys.stdout.isatty():
-            env = {**os.environ, **self.environment}
-            return subprocess.run(self.arguments(*words), env=env, cwd=self.folder,
-                                  check=False).returncode
-        with self.terminal(*words) as terminal:
+            size = shutil.get_terminal_size((80, 25))  # some terminals have no size
+            with self.terminal(*words, rows=size.lines, columns=size.columns) as terminal:
+                return show_here(terminal)
+        with self.terminal("--automatic", *words) as terminal:
             status = terminal.wait_exit(120)
             show_screen(terminal)
             return status
@@ -64,6 +71,28 @@ class Road:
     def control(self, *words):
         print("$ ostrelsimctl", *words, flush=True)
         subprocess.run([BIN / "ostrelsimctl", *words], check=False)
+
+
+def show_here(terminal):
+    """Shows a run on this terminal and passes the keys on. A last screen that nobody leaves is left
+    after a while."""
+    before = termios.tcgetattr(sys.stdin)
+    tty.setraw(sys.stdin)
+    try:
+        shown, paused, alive = 0, None, True
+        while alive:
+            alive = terminal.pump(0.05)
+            os.write(sys.stdout.fileno(), terminal.output[shown:])
+            shown = len(terminal.output)
+            if paused is None and "Press any key" in terminal.now().text:
+                paused = time.monotonic()
+            if select.select([sys.stdin], [], [], 0)[0]:
+                terminal.child.send(os.read(sys.stdin.fileno(), 1024))
+            elif paused is not None and time.monotonic() > paused + PAUSE:
+                terminal.send(" ")
+    finally:
+        termios.tcsetattr(sys.stdin, termios.TCSADRAIN, before)
+    return terminal.wait_exit()
 
 
 def show_screen(terminal):
@@ -104,7 +133,7 @@ def change_states(road):
     (road.folder / "packed").mkdir()
     words = ("--compress", "-P", "packed", "save", POOL, road.device)
     print("$ ostrelscan", *words, "&", flush=True)
-    with road.terminal(*words) as terminal:
+    with road.terminal("--automatic", *words) as terminal:
         terminal.wait_for("C0000000.ZSB")
         road.control("state", POOL, "active")
         road.control("state", POOL, "active", "--forced")
@@ -180,6 +209,8 @@ def demonstrate(folder, plain):
 
 
 def main(arguments):
+    for number in (signal.SIGTERM, signal.SIGHUP):  # they clean up as an interrupt does
+        signal.signal(number, signal.default_int_handler)
     if arguments[:1] == ["--inside"]:
         road = Road(*arguments[1:], service=True)
         return 0 if walk(road, pools.pool(size=SIZE, seed=7).types) else 1

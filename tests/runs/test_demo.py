@@ -3,6 +3,7 @@
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 
@@ -10,6 +11,7 @@ import pytest
 
 import loopdev
 import pools
+import screen
 
 SAMPLE_RUN = pathlib.Path(__file__).resolve().parents[2] / "scripts" / "sample_run.py"
 SIZE = "96M"
@@ -52,3 +54,27 @@ def test_the_plain_road_works_without_devices_and_says_so():
     shown = show("--plain")
     expect_save_and_restore(shown)
     assert "Without block devices and service (it was not wanted): image files" in shown
+
+
+@pytest.mark.parametrize("key, pause", [("x", "300"), (None, "0.5")], ids=["key", "nobody"])
+@pytest.mark.parametrize("before", [[], ["/bin/sh", "-c", 'stty rows 0 cols 0; exec "$@"', "sh"]],
+                         ids=["with-a-size", "without"])
+def test_on_a_terminal_the_save_waits_for_a_key_but_not_for_ever(key, pause, before):
+    with screen.Terminal([*before, sys.executable, SAMPLE_RUN, "--plain"], rows=60,
+                         env={"SAMPLE_SIZE": "16M", "SAMPLE_PAUSE": pause}) as terminal:
+        picture = terminal.wait_for("Press any key to continue....", timeout=60)
+        assert picture.rows[0].startswith(" Scanning 4096 blocks on SAMPLE.")
+        if key:
+            terminal.send(key)
+        assert terminal.wait_exit(60) == 0
+        assert terminal.now().text.rstrip().endswith("== Done")
+
+
+def test_a_demonstration_that_is_ended_cleans_up(tmp_path):
+    with screen.Terminal([sys.executable, SAMPLE_RUN, "--plain"],
+                         env={"SAMPLE_SIZE": "16M", "TMPDIR": str(tmp_path)}) as terminal:
+        terminal.wait_for("Press any key to continue....", timeout=60)
+        assert [path.name[:15] for path in tmp_path.iterdir()] == ["ostrelscan-demo"]
+        os.kill(terminal.child.pid, signal.SIGTERM)
+        assert terminal.wait_exit(60) == 130
+    assert list(tmp_path.iterdir()) == []
