@@ -56,6 +56,16 @@ TEST_F(ZSBFileReader, ReadsCompressedRecordsToTheEnd) {
     }
 }
 
+TEST_F(ZSBFileReader, TheEndOfTheStreamIsTheEndWhateverFollowsIt) {
+    ScanFileImage image = ScanFileImage::Compressed(records_);
+    OpenImage(image.Append("left behind the stream"));
+    ExpectRecord(records_[0]);
+    ExpectRecord(records_[1]);
+    for (int again = 0; again < 3; ++again) {
+        EXPECT_EQ(ReadStatus(), kEndOfFile);
+    }
+}
+
 TEST_F(ZSBFileReader, ReadsManyCompressedRecordsThroughItsSmallBuffer) {
     std::vector<TestRecord> many;
     unsigned seed = 1;
