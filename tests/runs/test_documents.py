@@ -1,0 +1,57 @@
+"""The promises of the documents: links, paths, names, and the worked example."""
+
+import re
+
+import pytest
+
+import house
+
+ROOT = house.ROOT
+DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_links_of_documents_lead_somewhere(document):
+    links = re.findall(r"\]\(([^)#]+)\)", document.read_text(encoding="utf-8"))
+    assert [link for link in links if not (document.parent / link).exists()] == []
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_paths_that_documents_name_exist(document):
+    text = document.read_text(encoding="utf-8")
+    named = re.findall(r"(?<![\w/.])((?:util|sim|tests|docs|scripts|bench|fuzz|\.ci)/[\w/.*-]*)",
+                       text)
+    paths = [name.rstrip(".") for name in named if "[" not in name]
+    missing = [name for name in paths
+               if not list(ROOT.glob(name.rstrip("/")))
+               and not list(ROOT.glob(name + ".h")) and not list(ROOT.glob(name + ".cpp"))]
+    assert missing == []
+
+
+def test_documented_names_exist_in_the_code():
+    code = "".join(text for name, text in house.read_tree().items() if name.startswith("util/"))
+    text = (ROOT / "docs/architecture.md").read_text(encoding="utf-8")
+    names = {name for name in re.findall(r"`([A-Za-z_]+)`", text)} - {"main", "finished", "errno"}
+    assert names and [name for name in sorted(names) if not re.search(rf"\b{name}\b", code)] == []
+
+
+def test_the_worked_example_shows_a_real_file(build, tmp_path):
+    import loopdev
+    import ostrelscan
+    if not loopdev.have_loop():
+        pytest.skip(loopdev.have_loop().why)
+    image = loopdev.sparse_image(tmp_path / "two.img", 8192)
+    with open(image, "r+b") as pool:
+        pool.seek(4096)
+        pool.write(b"SPB5")
+    with loopdev.loop(image) as device:
+        run = ostrelscan.run(["--bypass-ostrel", "save", "data", device], tmp_path)
+    assert run.status == 0
+    saved = (tmp_path / "T0000000.ZSB").read_bytes()
+    text = (ROOT / "docs/scan-files.md").read_text(encoding="utf-8")
+    assert f"\n    {len(saved)} " in text
+    dumps = re.findall(r"^    ([0-9a-f]{8}): ((?:[0-9a-f]{4} )+)", text, re.MULTILINE)
+    assert len(dumps) >= 5
+    for offset, shown in dumps:
+        wanted = bytes.fromhex(shown)
+        assert saved[int(offset, 16):int(offset, 16) + len(wanted)] == wanted, offset
