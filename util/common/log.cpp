@@ -9,8 +9,19 @@
 std::streamsize LogBuffer::xsputn(const char* text, std::streamsize length) {
     const std::lock_guard lock(mutex_);
     const std::streamsize written = target_.sputn(text, length);
-    target_.pubsync();
+    if (written != length) {
+        failed_.store(true, std::memory_order_relaxed);
+    }
+    Flush();
     return written;
+}
+
+int LogBuffer::Flush() {
+    const int result = target_.pubsync();
+    if (result != 0) {
+        failed_.store(true, std::memory_order_relaxed);
+    }
+    return result;
 }
 
 LogBuffer::int_type LogBuffer::overflow(int_type character) {
@@ -23,7 +34,7 @@ LogBuffer::int_type LogBuffer::overflow(int_type character) {
 
 int LogBuffer::sync() {
     const std::lock_guard lock(mutex_);
-    return target_.pubsync();
+    return Flush();
 }
 
 LogRedirection::LogRedirection(std::streambuf& target)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <iosfwd>
 #include <mutex>
 #include <sstream>
@@ -11,14 +12,20 @@ class LogBuffer : public std::streambuf {
   public:
     explicit LogBuffer(std::streambuf& target) : target_(target) {}
 
+    /// Whether anything could not be written. Nobody who logs can do anything about it.
+    bool Failed() const { return failed_.load(std::memory_order_relaxed); }
+
   protected:
     std::streamsize xsputn(const char* text, std::streamsize length) override;
     int_type overflow(int_type character) override;
     int sync() override;
 
   private:
+    int Flush();
+
     std::mutex mutex_;
     std::streambuf& target_;
+    std::atomic<bool> failed_{false};
 };
 
 /// While it lives, everything written to std::cerr goes to `target`, integers in hexadecimal; its
@@ -29,6 +36,9 @@ class LogRedirection {
     ~LogRedirection();
     LogRedirection(const LogRedirection&) = delete;
     LogRedirection& operator=(const LogRedirection&) = delete;
+
+    /// Whether anything could not be written to the target.
+    bool Failed() const { return buffer_.Failed(); }
 
   private:
     LogBuffer buffer_;

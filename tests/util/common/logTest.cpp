@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -56,6 +58,45 @@ TEST(LogRedirection, FlushesEveryEntryAtOnce) {
     LogLine() << "one entry\n";
     EXPECT_EQ(target.str(), "one entry\n");
     EXPECT_GE(target.flushes, 1);
+}
+
+TEST(LogRedirection, KnowsWhetherItsTargetTookEverything) {
+    std::stringbuf target;
+    const LogRedirection redirection(target);
+    LogLine() << "one entry\n";
+    std::cerr << std::flush;
+    EXPECT_FALSE(redirection.Failed());
+}
+
+TEST(LogRedirection, NoticesWhatItsTargetCannotStore) {
+    std::filebuf target;
+    ASSERT_NE(target.open("/dev/full", std::ios::out), nullptr);
+    const LogRedirection redirection(target);
+    EXPECT_FALSE(redirection.Failed());
+    LogLine() << "one entry\n";
+    EXPECT_TRUE(redirection.Failed());
+}
+
+/// Takes a limited number of characters.
+class ShortTarget : public std::stringbuf {
+  protected:
+    std::streamsize xsputn(const char* text, std::streamsize length) override {
+        return std::stringbuf::xsputn(text, std::min(length, kRoom));
+    }
+
+  private:
+    static constexpr std::streamsize kRoom = 5;
+};
+
+TEST(LogRedirection, NoticesWhatItsTargetTakesNotWhole) {
+    ShortTarget target;
+    const LogRedirection redirection(target);
+    LogLine() << "five\n";
+    EXPECT_FALSE(redirection.Failed());
+    LogLine() << "longer\n";
+    EXPECT_TRUE(redirection.Failed());
+    LogLine() << "five\n";
+    EXPECT_TRUE(redirection.Failed()) << "what was lost stays lost";
 }
 
 /// Notices a write that begins while another has not ended.
