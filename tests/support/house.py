@@ -45,6 +45,7 @@ ROOMS = (
         unicode
     """),
     Room("scan files", "1, left wing", "util/common", ("base",), """
+        scanFileFit
         scanFileFormat
         scanFileList
         zlibStreams
