@@ -11,25 +11,14 @@ import poolTypes
 import restoring
 import scanset
 import screen
+from layout import CONSENT, PAUSE, consent_rows, other_name_rows, table_rows
 
-CONSENT = "Do you wish to restore the pool?"
-PAUSE = "  Press any key to continue...."
 FAILED = "Scan failed (see ostrelscan.log for more details): 20008"
 BEFORE = b"what stood there before"
 RECORDS = restoring.records(range(3)) + restoring.records([7], b"PASM")
 
-WARNINGS = [
-    "The scan files located at set/ will be restored onto pool DATA.",
-    "  WARNING: Restoring causes the current contents of the pool to be lost.",
-    "  WARNING: Restoring incorrect scan files will cause data loss.",
-    "  WARNING: Restoring scan files to a pool that has been used since the original scan will "
-    "cause data loss.",
-]
-OTHER_NAME = [
-    "The scan files at set/ are for a pool called OTHER.",
-    "You have asked them to be restored to a pool called DATA.",
-    " WARNING: Restoring incorrect scan files will cause data loss.",
-]
+WARNINGS = list(consent_rows("set/", "DATA").values())[:4]
+OTHER_NAME = list(other_name_rows("set/", "OTHER", "DATA").values())[:3]
 
 
 @pytest.fixture
@@ -329,16 +318,8 @@ def test_standard_input_at_its_end_refuses(same_name, typed):
 # The screen of a restore
 
 
-def table_rows(counts, unselected):
-    """The block-type table as it stands in rows 5 to 18."""
-    cells = [f"{name:>14} {'-' if name in unselected else '+'} {counts.get(name, 0):>8}"
-             for name in poolTypes.NAMES]
-    columns = [cells[at:at + 14] for at in range(0, len(cells), 14)]
-    rows = {}
-    for row in range(14):
-        parts = [column[row] if row < len(column) else "" for column in columns]
-        rows[5 + row] = ("".join(part.ljust(26) for part in parts).rstrip(), False)
-    return rows
+def bold_free(rows):
+    return {row: (text, False) for row, text in rows.items()}
 
 
 def test_the_end_of_a_restore_is_shown_cell_by_cell(same_name):
@@ -347,7 +328,7 @@ def test_the_end_of_a_restore_is_shown_cell_by_cell(same_name):
         terminal.send("y")
         terminal.wait_for(PAUSE.strip())
         terminal.pump(0.2)
-        rows = table_rows({"BT leaf Z32": 3, "MSAP": 1}, {"MSAP", "User"})
+        rows = bold_free(table_rows({"BT leaf Z32": 3, "MSAP": 1}, {"MSAP", "User"}))
         rows[0] = (' Restoring to pool DATA from "set/".', False)
         rows[22] = (" set/T0000000.ZRB     4 of 4", False)
         rows[24] = (PAUSE, False)
@@ -380,7 +361,7 @@ def test_a_failed_restore_shows_why_and_waits(folder):
         terminal.send("y")
         terminal.wait_for(PAUSE.strip())
         terminal.pump(0.2)
-        rows = table_rows({"BT leaf Z32": 3, "MSAP": 1}, {"MSAP", "User"})
+        rows = bold_free(table_rows({"BT leaf Z32": 3, "MSAP": 1}, {"MSAP", "User"}))
         rows[0] = (' Restoring to pool DATA from "set/".', False)
         rows[19] = ("Could not restore complete pool - 20444", False)
         rows[21] = (" set/T0000000.ZRB     4 of 4", False)

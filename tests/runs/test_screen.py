@@ -1,8 +1,6 @@
 """The operator's screen during and after a save, cell by cell."""
 
-import contextlib
 import os
-import re
 import subprocess
 import time
 
@@ -12,43 +10,14 @@ import ostrelscan
 import poolTypes
 import saving
 import scanset
-
-PAUSE = "  Press any key to continue...."
-
-
-def progress_rows(picture, total, current, done):
-    """Rows 1 and 2 as they must be; the rate depends on the whole seconds passed, so it is taken
-    from the screen when it is one that fits."""
-    shown = re.search(r"\((\d+) blks/sec", picture.rows[1])
-    fitting = {(current + done) // seconds for seconds in range(1, 60)}
-    rate = int(shown[1]) if shown and int(shown[1]) in fitting else -1
-    percent = min(100 - (total - current) * 100 // total, 100)
-    left = ((total - current) // max(rate + 1, 1) + 59) // 60
-    files = (100000 // (percent + 1) * done + 2559) // 2560000 + 1
-    return [f"Blk {current}({done} dumped) in 0 mins ({rate} blks/sec).  ",
-            f" {percent}% done ({left} mins left).  {files} ZSB files will be created.    "]
-
-
-def table_rows(counts, out):
-    """Rows 5 to 18: the types in three columns of 14."""
-    cells = [f"{name:>14} {'-' if name in out else '+'} {counts.get(name, 0):>8}"
-             for name in poolTypes.NAMES]
-    columns = (cells[:14], cells[14:28], cells[28:])
-    return [f"{columns[0][row]:<26}{columns[1][row]:<26}"
-            f"{columns[2][row] if row < len(columns[2]) else ''}" for row in range(14)]
-
-
-def layout(size, rows):
-    """The whole screen from {row: text}; what the pad holds beyond the screen is cut off."""
-    height, width = size
-    return [rows.get(row, "").ljust(width)[:width] for row in range(height)]
+from layout import PAUSE, layout, progress_rows, running_rows, shows_blocks, table_rows
 
 
 def final_rows(picture, *, blocks, done, counts, out, files, path="./", pause=True):
     """What stands on the screen after a whole save."""
     rows = {0: f' Scanning {blocks} blocks on DATA.  Storing to "{path}".'}
     rows.update(enumerate(progress_rows(picture, blocks, blocks, done), 1))
-    rows.update(enumerate(table_rows(counts, out), 5))
+    rows.update(table_rows(counts, out))
     rows.update({22 - at: " " + text for at, text in enumerate(reversed(files[-4:]))})
     if pause:
         rows[24] = PAUSE
@@ -124,7 +93,7 @@ def test_read_errors_are_counted_on_the_screen(pool, fault_loop, tmp_path, size)
 def failed_rows(blocks, text, files=(), out=("User",), path="./"):
     rows = {0: f' Scanning {blocks} blocks on DATA.  Storing to "{path}".',
             1: "Blk 0(0 dumped) in 0 mins (0 blks/sec).  "}
-    rows.update(enumerate(table_rows({}, out), 5))
+    rows.update(table_rows({}, out))
     rows.update({22 - at: " " + line for at, line in enumerate(reversed(files))})
     rows[19] = text
     return rows
@@ -195,66 +164,9 @@ def test_any_key_ends_the_pause_and_none_does_not(pool, pool_device, tmp_path, k
     assert ostrelscan.split_log((tmp_path / ostrelscan.LOG_NAME).read_text())[-1].closed
 
 
-def test_a_resize_does_not_end_the_pause(pool, pool_device, tmp_path):
-    with pool_device(pool(size="1M")) as device, saving.on_screen(device, tmp_path) as terminal:
-        paused(terminal)
-        for rows, columns in ((43, 132), (10, 40), (25, 80)):
-            terminal.resize(rows, columns)
-            stays_up(terminal)
-        terminal.send("x")
-        assert terminal.wait_exit(60) == 0
-
-
-class Feed:
-    """A pipe that stands in for a device, so that the test says when a block can be read. It has
-    no size, so it counts as three blocks."""
-
-    def __init__(self, path):
-        os.mkfifo(path)
-        self.path = path
-        self._file = None
-
-    def open(self):
-        self._file = os.open(self.path, os.O_WRONLY)
-
-    def block(self, magic=b"BRCH"):
-        os.write(self._file, magic.ljust(4096, b"\0"))
-
-    def close(self):
-        if self._file is not None:
-            os.close(self._file)
-
-
-@contextlib.contextmanager
-def running(tmp_path, *options, **how):
-    """A save in the middle of its work: it waits for its first block."""
-    feed = Feed(tmp_path / "feed")
-    with saving.on_screen(feed.path, tmp_path, "--validation-skip", *options, **how) as terminal:
-        try:
-            feed.open()
-            yield terminal, feed
-        finally:
-            feed.close()
-
-
-def running_rows(picture, current):
-    """What a running save shows of the feed behind so many blocks, all of them saved."""
-    rows = {0: ' Scanning 3 blocks on DATA.  Storing to "./".'}
-    rows.update(enumerate(progress_rows(picture, 3, current, current), 1))
-    rows.update(enumerate(table_rows({"BT branch": current}, {"User"}), 5))
-    rows[22] = f" ./T0000000.ZSB     {current} of 2555            "
-    return rows
-
-
-def shows_blocks(current):
-    return lambda picture: (picture.rows[1].startswith(f"Blk {current}(")
-                            and f"     {current} of 2555" in picture.rows[22]
-                            and picture.rows[0].startswith(" Scanning 3 blocks"))
-
-
 @SIZES
 def test_a_running_save_shows_how_far_it_is(tmp_path, size):
-    with running(tmp_path, rows=size[0], columns=size[1]) as (terminal, feed):
+    with saving.running(tmp_path, rows=size[0], columns=size[1]) as (terminal, feed):
         for current in range(3):
             terminal.wait_for(lambda picture, current=current: shows_blocks(current)(picture) and
                               picture.rows == layout(size, running_rows(picture, current)),
@@ -268,7 +180,7 @@ def test_a_running_save_shows_how_far_it_is(tmp_path, size):
 
 
 def test_the_number_of_blocks_is_shown_once_it_is_known(tmp_path):
-    feed = Feed(tmp_path / "feed")
+    feed = saving.Feed(tmp_path / "feed")
     with saving.on_screen(feed.path, tmp_path, "--validation-skip") as terminal:
         try:
             terminal.wait_for(lambda picture: picture.rows[0].startswith(" Scanning 0 blocks on DATA.")
@@ -304,23 +216,8 @@ def test_a_save_whose_thread_cannot_be_started_says_so(tmp_path):
         "util/ostrelscan/scanUI[506]Status is b", "deleting the UI_ScreenID object"]
 
 
-def test_a_running_save_follows_the_terminals_size(tmp_path):
-    with running(tmp_path) as (terminal, feed):
-        terminal.wait_for(shows_blocks(0), timeout=30)
-        for height, width in ((43, 132), (12, 40), (25, 80)):
-            terminal.resize(height, width)
-
-            terminal.wait_for(lambda picture, size=(height, width): picture.rows ==
-                              layout(size, running_rows(picture, 0)), timeout=30)
-        for _ in range(3):
-            feed.block()
-        paused(terminal)
-        terminal.send("x")
-        assert terminal.wait_exit(60) == 0
-
-
 def test_keys_typed_during_the_run_are_taken_by_the_repaints(tmp_path):
-    with running(tmp_path, wait=False) as (terminal, feed):
+    with saving.running(tmp_path, wait=False) as (terminal, feed):
         terminal.wait_for(shows_blocks(0), timeout=30)
         for key in ("enter", "escape", "up", "f1"):
             terminal.key(key)
@@ -404,7 +301,7 @@ def test_the_pause_ends_with_the_end_of_standard_input(pool, pool_device, tmp_pa
 
 
 def test_an_interrupt_gives_the_terminal_back(tmp_path):
-    feed = Feed(tmp_path / "feed")
+    feed = saving.Feed(tmp_path / "feed")
     argv = saving.arguments(feed.path, "--validation-skip")
     with saving.in_shell(argv, tmp_path) as terminal:
         feed.open()

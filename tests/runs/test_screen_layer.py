@@ -2,6 +2,7 @@
 
 import contextlib
 import curses
+import os
 import re
 
 import pytest
@@ -155,6 +156,60 @@ def test_a_question_may_hold_percent_signs():
 ])
 def test_input_that_has_ended_counts_as_escape(steps, wanted):
     assert found(*steps, redirect="</dev/null") == wanted
+
+
+def end_the_wait(folder):
+    with open(folder / "end", "wb", buffering=0) as end:
+        end.write(b"e")
+
+
+@contextlib.contextmanager
+def endable(tmp_path, *steps):
+    """The driver at these steps; its descriptor 3 can be read behind end_the_wait."""
+    os.mkfifo(tmp_path / "end")
+    with driven(*steps, redirect="3<>end", cwd=tmp_path) as terminal:
+        yield terminal
+
+
+@pytest.mark.parametrize("default", ["no", "yes"])
+def test_a_wait_that_is_ended_answers_no_whatever_the_default(tmp_path, default):
+    with endable(tmp_path, "ends-at", 3, "ask", default, "keep", "Sure? ", "cursor") as terminal:
+        terminal.wait_for(f"Sure? {default[0]}")
+        end_the_wait(tmp_path)
+        assert report(terminal) == "answer 0 cursor 1 0"
+
+
+def test_a_key_that_waits_answers_nothing_once_the_wait_is_ended(tmp_path):
+    with endable(tmp_path, "text", 2, "ready", "a-key", "ends-at", 3, "ask2", 0, "Sure? ",
+                 "ends-at", -1, "a-key") as terminal:
+        terminal.wait_for("ready")
+        end_the_wait(tmp_path)
+        terminal.send("xy")
+        assert report(terminal) == "key 120 answer 0 key 121"
+
+
+def test_a_wait_that_may_be_cancelled_is_not_cancelled_but_ended(tmp_path):
+    with endable(tmp_path, "ends-at", 3, "ask2", 3, "Sure? ") as terminal:
+        terminal.wait_for("Sure? y")
+        end_the_wait(tmp_path)
+        assert report(terminal) == "answer 0"
+
+
+def test_every_wait_ends_with_the_descriptor_and_takes_no_key(tmp_path):
+    with endable(tmp_path, "ends-at", 3, "text", 2, "ready", "wait", "at", 1, 0, "text", 2, "ended",
+                 "wait", "ends-at", -1, "wait", "a-key") as terminal:
+        terminal.wait_for("ready")
+        end_the_wait(tmp_path)
+        terminal.wait_for("ended")
+        terminal.send("k")
+        assert report(terminal) == "waited 0 waited 0 waited 1 key 107"
+
+
+def test_a_key_that_was_not_pressed_is_of_no_kind(tmp_path):
+    with endable(tmp_path, "ends-at", 3, "text", 2, "ready", "key") as terminal:
+        terminal.wait_for("ready")
+        end_the_wait(tmp_path)
+        assert report(terminal) == "key -1 0 0 0"
 
 
 def test_without_a_window_nothing_is_read_and_nothing_asked():

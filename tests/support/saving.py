@@ -85,6 +85,38 @@ def on_screen(device, folder, *options, wait=True, **how):
         yield terminal
 
 
+class Feed:
+    """A pipe that stands in for a device, so that the test says when a block can be read. It has
+    no size, so it counts as three blocks."""
+
+    def __init__(self, path):
+        os.mkfifo(path)
+        self.path = path
+        self._file = None
+
+    def open(self):
+        self._file = os.open(self.path, os.O_WRONLY)
+
+    def block(self, magic=b"BRCH"):
+        os.write(self._file, magic.ljust(4096, b"\0"))
+
+    def close(self):
+        if self._file is not None:
+            os.close(self._file)
+
+
+@contextlib.contextmanager
+def running(folder, *options, **how):
+    """A save in the middle of its work: (terminal, feed), waiting for its first block."""
+    feed = Feed(pathlib.Path(folder) / "feed")
+    with on_screen(feed.path, folder, "--validation-skip", *options, **how) as terminal:
+        try:
+            feed.open()
+            yield terminal, feed
+        finally:
+            feed.close()
+
+
 @dataclasses.dataclass
 class TerminalRun:
     status: int  # exit status

@@ -50,6 +50,8 @@ class Driver {
             {"size", [this] { Size(); }},
             {"key", [this] { Key(); }},
             {"a-key", [this] { report_ << "key " << screen_.GetAKey() << '\n'; }},
+            {"ends-at", [this] { screen_.EndWaitsAt(Number()); }},
+            {"wait", [this] { report_ << "waited " << screen_.AwaitKey() << '\n'; }},
             {"eat", [this] { screen_.EatAllTypeAhead(); }},
             {"ask", [this] { Ask(); }},
             {"ask2", [this] { Ask2(); }},

@@ -1,7 +1,6 @@
 #include "util/ostrelscan/scanUI.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <stdexcept>
@@ -32,13 +31,6 @@ unsigned ElapsedSeconds() {
     }
     progressLatest = now;
     return static_cast<unsigned>(std::max(std::difftime(now, progressStart), 0.0));
-}
-
-/// A resized terminal interrupts the read; that is no key.
-void AwaitCharacter() {
-    while (std::getc(stdin) == EOF && std::ferror(stdin) != 0 && errno == EINTR) {
-        std::clearerr(stdin);
-    }
 }
 
 }  // namespace
@@ -249,5 +241,7 @@ void UserInterface::LetUserView() {
     }
     screen_->PositionOutputCursor(kPauseRow, 0);
     screen_->OutputToScreenWithAttribute(kLookSelected, "  Press any key to continue....");
-    AwaitCharacter();
+    if (screen_->AwaitKey()) {
+        std::getc(stdin);
+    }
 }

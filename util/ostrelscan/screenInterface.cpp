@@ -2,15 +2,18 @@
 
 #define NCURSES_NOMACROS
 #include <ncurses.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
 
+#include "util/ostrelscan/screenLayout.h"
 #include "util/ostrelscan/screenTerminal.h"
 
 namespace {
@@ -20,7 +23,7 @@ constexpr int kPadColumns = 320;
 constexpr int kEscape = 27;
 
 /// The characters that answer a question: yes, no, YES, NO.
-const char* answerKeys = "";
+constexpr char kAnswerKeys[] = "ynYN";
 
 struct Look {
     int pair;      ///< colour pair, switched by a call of its own; 0 for none
@@ -82,13 +85,40 @@ void Print(WINDOW* window, const char* format, va_list arguments) {
     waddstr(window, text.c_str());
 }
 
-/// Asking for the size at every write follows a resized terminal without a signal handler. Without
-/// a size only the top left cell is shown.
-void ShowPad(WINDOW* pad) {
-    int rows = 0;
+struct Size {
+    int rows = 0;  ///< 0 where the terminal has none
     int columns = 0;
-    GetTermSize(&rows, &columns);
-    prefresh(pad, 0, 0, 0, 0, std::max(rows - 1, 0), std::max(columns - 1, 0));
+};
+
+Size TerminalSize() {
+    Size size;
+    GetTermSize(&size.rows, &size.columns);
+    return size;
+}
+
+/// Whether the terminal's size is another than the one that curses draws for.
+bool IsResized(const Size& size) {
+    return is_term_resized(size.rows, size.columns);
+}
+
+/// Draws for this size from here on. Curses leaves a key to be read behind a size that it takes,
+/// and none behind one that it refuses: a read would take somebody's input then.
+void TakeSize(WINDOW* window, const Size& size) {
+    if (resizeterm(size.rows, size.columns) == OK) {
+        wgetch(window);
+    }
+}
+
+/// Asking for the size at every write follows a resized terminal without a signal handler. Without
+/// a size only the top left cell is shown. Curses shows nothing at all to a corner that it believes
+/// to be off the terminal.
+void ShowPad(WINDOW* pad) {
+    const Size size = TerminalSize();
+    if (IsResized(size)) {
+        TakeSize(pad, size);
+    }
+    prefresh(pad, 0, 0, 0, 0, std::max(std::min(size.rows, LINES) - 1, 0),
+             std::max(std::min(size.columns, COLS) - 1, 0));
 }
 
 int KindOf(int key) {
@@ -139,6 +169,9 @@ void Store(int* out, int value) {
 enum class Answer { None, Yes, No, Default, Cancel };
 
 Answer AnswerOf(int kind, int character) {
+    if (kind == ScreenInterface::kKeyNone) {
+        return Answer::No;
+    }
     if (kind == ScreenInterface::kKeyEnter) {
         return Answer::Default;
     }
@@ -148,23 +181,23 @@ Answer AnswerOf(int kind, int character) {
     if (kind != ScreenInterface::kKeyCharacter) {
         return Answer::None;
     }
-    if (character == answerKeys[0] || character == answerKeys[2]) {
+    if (character == kAnswerKeys[0] || character == kAnswerKeys[2]) {
         return Answer::Yes;
     }
-    return character == answerKeys[1] || character == answerKeys[3] ? Answer::No : Answer::None;
+    return character == kAnswerKeys[1] || character == kAnswerKeys[3] ? Answer::No : Answer::None;
 }
 
 /// The default's key stands under the cursor.
 void ShowDefault(WINDOW* window, bool yes) {
     const int row = getcury(window);
     const int column = getcurx(window);
-    OutputToScreen(window, "%c", yes ? answerKeys[0] : answerKeys[1]);
+    OutputToScreen(window, "%c", yes ? kAnswerKeys[0] : kAnswerKeys[1]);
     wmove(window, row, column);
     ShowPad(window);
 }
 
 void ShowAnswer(WINDOW* window, bool yes) {
-    OutputToScreen(window, "%c\r\n", yes ? answerKeys[0] : answerKeys[1]);
+    OutputToScreen(window, "%c\r\n", yes ? kAnswerKeys[0] : kAnswerKeys[1]);
 }
 
 }  // namespace
@@ -261,19 +294,37 @@ void ScreenInterface::OutputToScreenWithAttribute(int attribute, const char* for
 }
 
 void ScreenInterface::Redraw() {
-    int rows = 0;
-    int columns = 0;
-    GetTermSize(&rows, &columns);
-    resizeterm(rows, columns);
-    // resizeterm leaves a resize key to be read, but none where it was refused a size: that read
-    // must not wait for a key that nobody will press.
-    nodelay(pad_, TRUE);
-    wgetch(pad_);
-    nodelay(pad_, FALSE);
+    TakeSize(pad_, TerminalSize());
     clear();
     wtouchln(pad_, 0, getmaxy(pad_), 1);
     wbkgd(pad_, static_cast<chtype>(COLOR_PAIR(4)));
     ShowPad(pad_);
+}
+
+void ScreenInterface::EndWaitsAt(int descriptor) {
+    endOfWaits_ = descriptor;
+}
+
+bool ScreenInterface::WaitsAreEnded() const {
+    pollfd end{endOfWaits_, POLLIN, 0};
+    return poll(&end, 1, 0) > 0;
+}
+
+// The size is asked for, now and then: its signal may come before the wait, or to another thread.
+bool ScreenInterface::AwaitKey() {
+    pollfd watched[] = {{STDIN_FILENO, POLLIN, 0}, {endOfWaits_, POLLIN, 0}};
+    for (;;) {
+        const int ready = poll(watched, std::size(watched), kPollMilliseconds);
+        if (ready > 0) {
+            return watched[1].revents == 0;
+        }
+        if (ready < 0 && errno != EINTR) {
+            return true;  // the read itself waits, then
+        }
+        if (IsResized(TerminalSize())) {
+            Redraw();
+        }
+    }
 }
 
 void ScreenInterface::EatAllTypeAhead() {
@@ -283,20 +334,36 @@ void ScreenInterface::EatAllTypeAhead() {
     nodelay(pad_, FALSE);
 }
 
+/// The next key, which curses may hold already; nothing when the wait for it was ended.
+std::optional<int> ScreenInterface::ReadKey(WINDOW* window) {
+    while (!WaitsAreEnded()) {
+        nodelay(window, TRUE);
+        int key = wgetch(window);
+        nodelay(window, FALSE);
+        if (key == ERR) {
+            if (!AwaitKey()) {
+                break;
+            }
+            key = wgetch(window);
+        }
+        if (key != KEY_RESIZE) {
+            return key;
+        }
+        Redraw();
+    }
+    return {};
+}
+
 void ScreenInterface::GetKey(WINDOW* window, int* kind, int* character, int* x, int* y,
                              unsigned long /*wait*/) {
     if (window == nullptr) {
         return;
     }
-    int key = wgetch(window);
-    while (key == KEY_RESIZE) {
-        Redraw();
-        key = wgetch(window);
-    }
+    const std::optional<int> key = ReadKey(window);
     Store(x, 0);
     Store(y, 0);
-    Store(kind, KindOf(key));
-    Store(character, key & 0xFF);
+    Store(kind, key ? KindOf(*key) : kKeyNone);
+    Store(character, key.value_or(0) & 0xFF);
 }
 
 int ScreenInterface::GetAKey() {
@@ -309,9 +376,6 @@ int ScreenInterface::PromptForYesOrNo2(WINDOW* window, unsigned long wait, unsig
                                        const char* format, ...) {
     if (window == nullptr) {
         return 0;
-    }
-    if (*answerKeys == '\0') {
-        answerKeys = "ynYN";
     }
     va_list arguments;
     va_start(arguments, format);

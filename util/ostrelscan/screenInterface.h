@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <optional>
 
 struct screen;
 struct _win_st;
@@ -20,6 +21,7 @@ class ScreenInterface {
   public:
     /// What `GetKey` says of a key.
     enum KeyKind {
+        kKeyNone = -1,  ///< the wait was ended without a key
         kKeyCharacter = 0,
         kKeyFunction = 1,
         kKeyEnter = 2,
@@ -60,21 +62,33 @@ class ScreenInterface {
     /// Follows the terminal's size and paints everything anew.
     void Redraw();
 
+    /// Every wait for a key, now and from here on, ends once this descriptor can be read. It is
+    /// borrowed and never read; -1 takes it back.
+    void EndWaitsAt(int descriptor);
+    /// The one place that waits for keys: true once standard input can be read, its end included,
+    /// which this leaves to the caller; false when `EndWaitsAt` ended the wait. Meanwhile the
+    /// screen follows the terminal's size.
+    bool AwaitKey();
+
     void EatAllTypeAhead();
     /// Waits for a key. Outputs that are null are left out; `x` and `y` are always 0, `wait` is not
-    /// used. Input that has ended counts as Escape.
+    /// used. Input that has ended counts as Escape; a wait that was ended gives `kKeyNone`.
     void GetKey(WINDOW* window, int* kind, int* character, int* x, int* y, unsigned long wait);
     int GetAKey();
 
     /// Asks until an answer key, Enter or Escape decides: 1 yes, 0 no, -1 cancelled. Bit 0 of
     /// `flags` makes yes the default; with any other bit Escape cancels instead of taking the
-    /// default.
+    /// default. A wait that was ended answers no, whatever the default.
     int PromptForYesOrNo2(WINDOW* window, unsigned long wait, unsigned long flags,
                           const char* format, ...) __attribute__((format(printf, 5, 6)));
     /// Asks with the keys typed ahead thrown away; whether the answer was not no.
     bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
 
   private:
+    bool WaitsAreEnded() const;
+    std::optional<int> ReadKey(WINDOW* window);
+
     struct screen* screen_;
     WINDOW* pad_ = nullptr;
+    int endOfWaits_ = -1;
 };

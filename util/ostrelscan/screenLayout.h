@@ -26,5 +26,5 @@ inline constexpr int kLookWarning = 14;
 inline constexpr int kModeDump = 0;
 inline constexpr int kModeRestore = 1;
 
-/// How often the screen follows the engine.
+/// How often the screen follows the engine, and the terminal's size while it waits for a key.
 inline constexpr int kPollMilliseconds = 100;

@@ -1,0 +1,167 @@
+"""A terminal that grows and shrinks is followed in every dialogue, and no key is taken for it."""
+
+import contextlib
+
+import pytest
+
+import loopdev
+import ostrelscan
+import restoring
+import saving
+import scanset
+import screen
+from layout import (CONSENT, PAUSE, consent_rows, layout, other_name_rows, running_rows, shows,
+                    shows_blocks, table_rows)
+
+# One column more, one less; one row; wide and back; too small for all; no size to speak of.
+SIZES = [(25, 81), (25, 80), (26, 80), (25, 80), (43, 132), (12, 40), (25, 79), (1, 1), (30, 100)]
+
+RECORDS = restoring.records(range(6))
+
+
+def resized(terminal, rows):
+    """The screen shows these rows at every size; `rows` may be a function of the picture."""
+    of = rows if callable(rows) else lambda _: rows
+    for size in SIZES:
+        terminal.resize(*size)
+        terminal.wait_for(lambda picture, size=size: picture.rows == layout(size, of(picture)),
+                          timeout=30)
+
+
+def paused(terminal):
+    return terminal.wait_for(PAUSE.strip(), timeout=60)
+
+
+def ended_by_a_key(terminal, status=0):
+    terminal.send("x")
+    assert terminal.wait_exit(60) == status
+
+
+# Saves
+
+
+def test_a_running_save_follows_its_terminal(tmp_path):
+    with saving.running(tmp_path) as (terminal, feed):
+        terminal.wait_for(shows_blocks(0), timeout=30)
+        resized(terminal, lambda picture: running_rows(picture, 0)
+                if picture.rows[1:] else {0: running_rows_of_one_row()})
+        for _ in range(3):
+            feed.block()
+        paused(terminal)
+        ended_by_a_key(terminal)
+
+
+def running_rows_of_one_row():
+    """A screen of one row has no rate to take over."""
+    return ' Scanning 3 blocks on DATA.  Storing to "./".'
+
+
+def test_the_pause_of_a_save_follows_its_terminal(tmp_path):
+    with saving.running(tmp_path) as (terminal, feed):
+        for _ in range(3):
+            feed.block()
+        rows = {**running_rows(paused(terminal), 3), 24: PAUSE}
+        resized(terminal, rows)
+        assert terminal.pump(0.3), "a resize has ended the pause"
+        ended_by_a_key(terminal)
+
+
+# Restores
+
+
+@pytest.fixture
+def folder(tmp_path):
+    folder = restoring.make_folder(tmp_path / "run")
+    (folder / "device").write_bytes(b"")
+    return folder
+
+
+def restore_on(folder, *options):
+    argv = [ostrelscan.tool(), "--bypass-ostrel", "--validation-skip",
+            *restoring.arguments("device", *options, pool="data")]
+    return screen.Terminal(argv, cwd=folder)
+
+
+def restore_rows(counts, files):
+    """What a restore shows; `files` are its last scan files, the oldest first."""
+    rows = {0: ' Restoring to pool DATA from "set/".', **table_rows(counts, {"MSAP", "User"})}
+    rows.update({22 - at: f" set/{text}" for at, text in enumerate(reversed(files))})
+    return rows
+
+
+def test_the_consent_question_follows_its_terminal(folder):
+    scanset.write_set(folder / "set", RECORDS, pool_name="DATA")
+    with restore_on(folder) as terminal:
+        terminal.wait_for(f"{CONSENT} n")
+        resized(terminal, consent_rows("set/", "DATA"))
+        assert terminal.bells == 0
+        terminal.send("y")
+        paused(terminal)
+        ended_by_a_key(terminal)
+
+
+def test_the_question_about_another_pool_follows_its_terminal(folder):
+    scanset.write_set(folder / "set", RECORDS, pool_name="OTHER")
+    with restore_on(folder) as terminal:
+        terminal.wait_for(f"{CONSENT} n")
+        terminal.send("y")
+        terminal.wait_for("called OTHER.")
+        resized(terminal, other_name_rows("set/", "OTHER", "DATA"))
+        assert terminal.bells == 0
+        terminal.send("n")
+        assert terminal.wait_exit(60) == 1
+
+
+@contextlib.contextmanager
+def held_restore(folder):
+    """A restore that stands still at the start of its second scan file, of two: (terminal, disk)."""
+    _, second = scanset.write_set(folder / "set", RECORDS, per_file=3, pool_name="DATA")
+    second.rename(folder / "second")
+    with loopdev.fault_disk(folder / "second", folder / "mnt", "pause=0") as disk:
+        second.symlink_to(disk.disk)
+        with restore_on(folder) as terminal:
+            terminal.wait_for(f"{CONSENT} n")
+            terminal.send("y")
+            disk.wait_for_pause()
+            try:
+                yield terminal, disk
+            finally:
+                disk.go_on()
+
+
+@pytest.mark.usefixtures("fault_disk")
+def test_a_running_restore_follows_its_terminal_to_its_end(folder):
+    with held_restore(folder) as (terminal, disk):
+        terminal.wait_for("3 of 3", timeout=30)
+        held = terminal.now()
+        rows = dict(enumerate(row.rstrip() for row in held.rows))
+        assert shows((25, 80), {**restore_rows({"BT leaf Z32": 3}, ()),
+                                **{row: rows[row] for row in (21, 22)}})(held)
+        resized(terminal, rows)
+        disk.go_on()
+        paused(terminal)
+        terminal.wait_for(shows((30, 100), {
+            **restore_rows({"BT leaf Z32": 6}, [f"T000000{n}.ZRB     3 of 3" for n in (0, 1)]),
+            24: PAUSE}))
+        ended_by_a_key(terminal)
+
+
+def test_the_pause_of_a_restore_follows_its_terminal(folder):
+    scanset.write_set(folder / "set", RECORDS, pool_name="DATA")
+    with restore_on(folder) as terminal:
+        terminal.wait_for(f"{CONSENT} n")
+        terminal.send("y")
+        paused(terminal)
+        resized(terminal, {**restore_rows({"BT leaf Z32": 6}, ["T0000000.ZRB     6 of 6"]),
+                           24: PAUSE})
+        assert terminal.pump(0.3), "a resize has ended the pause"
+        ended_by_a_key(terminal)
+
+
+def test_the_pause_behind_an_error_follows_its_terminal(folder):
+    with restore_on(folder) as terminal:
+        terminal.wait_for(f"{CONSENT} n")
+        terminal.send("y")
+        paused(terminal)
+        resized(terminal, {19: "Could not open ZRB file - 20431", 24: PAUSE})
+        ended_by_a_key(terminal, 1)
