@@ -80,6 +80,20 @@ ROOMS = (
         programName
     """),
     Room("companion", "beside 2 to 4", "util/zsbtool", ("base", "scan files"), """
+        arguments
+        command
+        commands
+        json
+        main
+        messages
+        output
+        parser
+        program
+        settings
+        statusCommand
+        statusMeaning
+        table
+        text
     """),
     Room("wire", "apart", "sim", (), """
         busEvent
@@ -134,6 +148,8 @@ LIBRARIES = (
     Library("zlib", r"#\s*include <z(lib|conf)\.h>", ("scan files", "crc")),
     Library("the bus library", r"#\s*include <dlfcn\.h>|\buserHeb", ("heb", "hebusLibrary")),
     Library("libfuse", r"#\s*include <fuse", ("fuseFiles",)),
+    Library("the option parser", r"#\s*include <CLI/", ("parser",)),
+    Library("the JSON library", r"#\s*include <nlohmann/", ("json",)),
 )
 
 INCLUDE = re.compile(r'^[ \t]*#\s*(?:include|include_next|import)\b\s*(?:"([^"]*)"|<([^>]*)>|(.*))',

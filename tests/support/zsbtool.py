@@ -1,0 +1,66 @@
+"""Runs zsbtool as a person types it, and holds what it prints for programs against its schema."""
+
+import dataclasses
+import functools
+import json
+import os
+import pathlib
+import subprocess
+
+import jsonschema
+
+import ostrelscan
+
+SCHEMAS = pathlib.Path(__file__).resolve().parents[2] / "docs" / "schema"
+
+
+def program():
+    return ostrelscan.build_folder() / "bin" / "zsbtool"
+
+
+@dataclasses.dataclass
+class Run:
+    status: int  # the exit status, or minus a signal's number
+    out: bytes
+    err: str
+
+    @property
+    def text(self):
+        return self.out.decode()
+
+
+@functools.lru_cache
+def schema(command):
+    found = json.loads((SCHEMAS / f"{command}.json").read_text(encoding="utf-8"))
+    jsonschema.Draft7Validator.check_schema(found)
+    return found
+
+
+def run(*arguments, env=None, timeout=120, before=(), **how):
+    """Runs it without a terminal; `before` is a command to run it under, `env` adds to the
+    environment, `how` goes to subprocess.run."""
+    argv = [*map(str, before), str(program()), *map(str, arguments)]
+    how = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **how}
+    done = subprocess.run(argv, env={**os.environ, **(env or {})}, timeout=timeout, check=False,
+                          **how)
+    return Run(done.returncode, done.stdout or b"", (done.stderr or b"").decode())
+
+
+def _no_twins(pairs):
+    names = [name for name, _ in pairs]
+    assert len(names) == len(set(names)), f"a name stands twice: {names}"
+    return dict(pairs)
+
+
+def checked(command, text):
+    """The document in a text, which must be of its command's schema."""
+    document = json.loads(text, object_pairs_hook=_no_twins)
+    jsonschema.validate(document, schema(command), cls=jsonschema.Draft7Validator)
+    return document
+
+
+def document(command, *arguments, status=0, **how):
+    """What `command --json` prints, held against its schema; nothing else may be said."""
+    done = run(command, "--json", *arguments, **how)
+    assert (done.status, done.err) == (status, "")
+    return checked(command, done.out)

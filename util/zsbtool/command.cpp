@@ -1,0 +1,10 @@
+#include "util/zsbtool/command.h"
+
+#include <cstring>
+
+namespace zsbtool {
+
+Failure::Failure(const std::string& what, int errorNumber)
+    : std::runtime_error(what + ": " + std::strerror(errorNumber)) {}
+
+}  // namespace zsbtool

@@ -1,0 +1,141 @@
+#include "util/zsbtool/text.h"
+
+#include <wchar.h>
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+#include "util/common/guid.h"
+
+namespace zsbtool {
+
+namespace {
+
+struct Character {
+    char32_t code;
+    std::size_t length;  ///< in bytes; 0 when the text does not start with a character
+};
+
+/// How many bytes a character has that starts with this byte; 0 when none does.
+std::size_t SequenceLength(unsigned char lead) {
+    if (lead < 0x80) {
+        return 1;
+    }
+    if (lead < 0xC2) {
+        return 0;
+    }
+    if (lead < 0xE0) {
+        return 2;
+    }
+    if (lead < 0xF0) {
+        return 3;
+    }
+    return lead < 0xF5 ? 4 : 0;
+}
+
+bool IsLegal(Character character) {
+    constexpr std::array<char32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
+    const bool surrogate = character.code >= 0xD800 && character.code <= 0xDFFF;
+    return character.code >= kSmallest[character.length] && character.code <= 0x10FFFF &&
+           !surrogate;
+}
+
+/// The first character of a text that is not empty.
+Character FirstCharacter(std::string_view text) {
+    const auto lead = static_cast<unsigned char>(text.front());
+    const std::size_t length = SequenceLength(lead);
+    if (length == 0 || length > text.size()) {
+        return {0, 0};
+    }
+    Character character{length == 1 ? lead : lead & (0x7FU >> length), length};
+    for (std::size_t i = 1; i < length; ++i) {
+        const auto next = static_cast<unsigned char>(text[i]);
+        if ((next & 0xC0) != 0x80) {
+            return {0, 0};
+        }
+        character.code = character.code << 6 | (next & 0x3FU);
+    }
+    return IsLegal(character) ? character : Character{0, 0};
+}
+
+/// Controls of both sets, and what turns the direction of writing.
+bool Steers(char32_t code) {
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x200E && code <= 0x200F) ||
+           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+}
+
+void AppendEscaped(std::string& out, std::string_view bytes) {
+    for (const char byte : bytes) {
+        std::array<char, 8> escape{};
+        std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned char>(byte));
+        out += escape.data();
+    }
+}
+
+}  // namespace
+
+std::string Printable(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const Character character = FirstCharacter(text);
+        const std::string_view bytes = text.substr(0, character.length == 0 ? 1 : character.length);
+        if (character.length == 0 || Steers(character.code)) {
+            AppendEscaped(out, bytes);
+        } else {
+            out += bytes;
+        }
+        text.remove_prefix(bytes.size());
+    }
+    return out;
+}
+
+std::size_t DisplayWidth(std::string_view text) {
+    std::size_t width = 0;
+    while (!text.empty()) {
+        const Character character = FirstCharacter(text);
+        const int columns = wcwidth(static_cast<wchar_t>(character.code));
+        width += columns < 0 || character.length == 0 ? 1 : static_cast<std::size_t>(columns);
+        text.remove_prefix(character.length == 0 ? 1 : character.length);
+    }
+    return width;
+}
+
+std::string ReadableSize(std::uint64_t bytes) {
+    constexpr std::array<const char*, 7> kUnits = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    if (bytes < 1024) {
+        return std::to_string(bytes) + " B";
+    }
+    auto size = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    // 1023.95 would be shown as 1024.0.
+    for (; size >= 1023.95 && unit + 1 < kUnits.size(); ++unit) {
+        size /= 1024;
+    }
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f %s", size, kUnits[unit]);
+    return text.data();
+}
+
+std::string Counted(std::uint64_t count, std::string_view what) {
+    return std::to_string(count) + ' ' + std::string(what) + (count == 1 ? "" : "s");
+}
+
+std::string TimeText(std::uint64_t seconds) {
+    const auto time = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    if (gmtime_r(&time, &parts) == nullptr) {
+        return std::to_string(seconds);
+    }
+    std::array<char, 40> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text.data();
+}
+
+std::string GuidText(const GUID_t& guid) {
+    std::array<char, Ostrel::kGUIDTextLength + 1> text{};
+    Ostrel::LB_GUIDToString(&guid, static_cast<unsigned>(text.size()), text.data());
+    return text.data();
+}
+
+}  // namespace zsbtool
