@@ -62,6 +62,7 @@ ROOMS = (
     """),
     Room("engine", "2", "util/ostrelscan", ("base", "scan files", "pool control"), """
         blockSelector
+        failedReads
         poolDevice
         scanEngine dumpPass restorePass
         scanOptions

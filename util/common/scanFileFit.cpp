@@ -102,7 +102,8 @@ std::string ScanFileFit::Judge(const std::string& path, int headerStatus,
     }
     std::string note;
     for (const std::string& text : wrong) {
-        note += (note.empty() ? "Note: " + path + " does not fit: " : "; ") + text;
+        note += note.empty() ? "Note: " + path + " does not fit: " : "; ";
+        note += text;
     }
     return note.empty() ? note : note + '\n';
 }
