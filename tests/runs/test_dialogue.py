@@ -5,6 +5,10 @@ import contextlib
 import pytest
 
 import ostrelscan
+import poolTypes
+import restoring
+import saving
+import scanset
 import screen
 
 FILE = "DIR/T0000007.ZSB"
@@ -69,3 +73,34 @@ def test_an_action_that_is_none_is_not_supported():
     with screen.Terminal(argv) as terminal:
         assert terminal.wait_exit(60) == 0
         assert "status 20011" in terminal.now().text
+
+
+@contextlib.contextmanager
+def logged(folder, *steps):
+    """The steps with their log in a file beside the terminal."""
+    argv = ["/bin/sh", "-c", 'exec "$@" 2>log', "sh", ostrelscan.helper("dialogueDriver"),
+            *map(str, steps)]
+    with screen.Terminal(argv, cwd=folder) as terminal:
+        yield terminal
+        terminal.wait_for("Press any key")
+        terminal.send("x")
+        assert terminal.wait_exit(60) == 0
+
+
+def test_a_save_can_be_asked_for_by_the_names_of_its_settings(tmp_path):
+    image = saving.image_of(tmp_path / "image", 3, {2: b"User"})
+    with logged(tmp_path, "save", "./", image):
+        pass
+    (file,) = saving.assert_saved(tmp_path, list(poolTypes.blocks(image)))
+    assert file.path.name == "C0000000.ZSB"
+
+
+def test_a_restore_can_be_asked_for_by_the_names_of_its_settings(tmp_path):
+    records = restoring.records([0, 2], magic=b"none")
+    scanset.write_set(tmp_path, records, pool_name="DATA")
+    device = tmp_path / "device"
+    device.write_bytes(b"")
+    with logged(tmp_path, "restore", "./", device) as terminal:
+        terminal.wait_for("Do you wish to restore")
+        terminal.send("y")
+    assert [(n, restoring.read_block(device, n)) for n, _ in records] == records

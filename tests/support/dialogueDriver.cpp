@@ -26,6 +26,8 @@ class Driver {
             {"progress", [this] { Progress(); }},
             {"file", [this] { File(); }},
             {"no-file", [this] { NoFile(); }},
+            {"save", [this] { Save(); }},
+            {"restore", [this] { Restore(); }},
             {"pause", [this] { dialogue_.LetUserView(); }},
         };
         while (next_ < words_.size()) {
@@ -56,6 +58,20 @@ class Driver {
 
     /// "no-file MODE"
     void NoFile() { dialogue_.DisplaySFF(SFF_Unreferenced, static_cast<int>(Number())); }
+
+    /// "save PATH DEVICE": compressed, all blocks of an unchecked device, without the service.
+    void Save() {
+        const std::string path = words_.at(next_++);
+        const std::string device = words_.at(next_++);
+        dialogue_.RunDump(path.c_str(), device.c_str(), "DATA", true, true, true, false);
+    }
+
+    /// "restore PATH DEVICE": all blocks, the device unchecked, without the service.
+    void Restore() {
+        const std::string path = words_.at(next_++);
+        const std::string device = words_.at(next_++);
+        dialogue_.RunRestore(path.c_str(), device.c_str(), "DATA", true, true, false);
+    }
 
     UserInterface dialogue_{false};
     std::vector<std::string> words_;

@@ -64,6 +64,7 @@ ROOMS = (
         blockSelector
         failedReads
         poolDevice
+        runSettings
         scanEngine dumpPass restorePass
         scanOptions
     """),

@@ -35,8 +35,8 @@ BlockSelect_s* BlockSelector::BlockSelectGet(const char* block) {
     return &rows_[ClassifyBlock(ReadBlockWords(block))];
 }
 
-bool BlockSelector::HasSystemBlockMagic(const char* block) {
-    return HasSystemBlockMagicItem(block) != nullptr;
+bool BlockSelector::HasSystemBlockMagic(const char* block) const {
+    return ClassifyBlock(ReadBlockWords(block)) != kUserType;
 }
 
 BlockSelect_s* BlockSelector::HasSystemBlockMagicItem(const char* block) {
@@ -44,12 +44,12 @@ BlockSelect_s* BlockSelector::HasSystemBlockMagicItem(const char* block) {
     return row != &rows_[kUserType] ? row : nullptr;
 }
 
-bool BlockSelector::IsUserBlock(unsigned first, unsigned second) {
-    return BlockSelectGet(first, second) == &rows_[kUserType];
+bool BlockSelector::IsUserBlock(unsigned first, unsigned second) const {
+    return ClassifyBlock({first, second}) == kUserType;
 }
 
-unsigned char BlockSelector::IsSelectedBlock(const char* block) {
-    return BlockSelectGet(block)->selected.load(std::memory_order_relaxed);
+unsigned char BlockSelector::IsSelectedBlock(const char* block) const {
+    return rows_[ClassifyBlock(ReadBlockWords(block))].selected.load(std::memory_order_relaxed);
 }
 
 unsigned char BlockSelector::SelectOn(BlockSelect_s* row) {
@@ -107,14 +107,15 @@ void BlockSelector::EnumerateClose(BS_Key* key) {
     std::unique_ptr<BS_Key>{key}.reset();
 }
 
-void BlockSelector::AccountDisplay(std::ostream& stream) {
-    const std::unique_ptr<BS_Key> key(EnumerateOpen(0));
-    while (const BlockSelect_s* row = Enumerate(key.get())) {
-        const std::uint64_t count = row->count.load(std::memory_order_relaxed);
+void BlockSelector::AccountDisplay(std::ostream& stream) const {
+    unsigned number = 0;
+    for (const BlockSelect_s& row : rows_) {
+        ++number;
+        const std::uint64_t count = row.count.load(std::memory_order_relaxed);
         if (count != 0) {
-            const bool selected = row->selected.load(std::memory_order_relaxed) != 0;
-            stream << std::to_string(key->position) << ") " << row->name
-                   << (selected ? " + " : " - ") << std::to_string(count) << std::endl;
+            const bool selected = row.selected.load(std::memory_order_relaxed) != 0;
+            stream << std::to_string(number) << ") " << row.name << (selected ? " + " : " - ")
+                   << std::to_string(count) << std::endl;
         }
     }
 }

@@ -42,11 +42,11 @@ class BlockSelector {
     BlockSelect_s* BlockSelectGet(unsigned first, unsigned second);
     BlockSelect_s* BlockSelectGet(const char* block);
 
-    bool HasSystemBlockMagic(const char* block);
+    bool HasSystemBlockMagic(const char* block) const;
     /// The row of a system block, or null for a "User" block.
     BlockSelect_s* HasSystemBlockMagicItem(const char* block);
-    bool IsUserBlock(unsigned first, unsigned second);
-    unsigned char IsSelectedBlock(const char* block);
+    bool IsUserBlock(unsigned first, unsigned second) const;
+    unsigned char IsSelectedBlock(const char* block) const;
 
     /// Switch a row; return what it was before.
     unsigned char SelectOn(BlockSelect_s* row);
@@ -71,7 +71,7 @@ class BlockSelector {
     void EnumerateClose(BS_Key* key);
 
     /// Prints a line for each type that was seen.
-    void AccountDisplay(std::ostream& stream);
+    void AccountDisplay(std::ostream& stream) const;
 
   private:
     std::array<BlockSelect_s, kBlockTypeCount> rows_;

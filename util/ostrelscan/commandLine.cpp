@@ -8,7 +8,7 @@
 
 #include "util/ostrelscan/programName.h"
 
-const char* SCAN_ShortOptions = "achP:v";
+const char* const SCAN_ShortOptions = "achP:v";
 
 namespace {
 

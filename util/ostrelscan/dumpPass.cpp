@@ -1,4 +1,5 @@
-#include <stdexcept>
+#include <memory>
+#include <string>
 
 #include "util/common/errors.h"
 #include "util/common/log.h"
@@ -8,55 +9,28 @@
 #include "util/ostrelscan/blockSelector.h"
 #include "util/ostrelscan/scanEngine.h"
 
-namespace {
-
-constexpr const char* kLockFailure = "Could not lock pool into MAINTENANCE state:  ";
-
-}  // namespace
+const ScanEngine::Direction ScanEngine::kDump = {
+    .start = "In RunDumpMain(start)\n",
+    .exit = "In RunDumpMain(exit)\n",
+    .access = "read",
+    .lockFailure = "Could not lock pool into MAINTENANCE state:  ",
+    .incomplete = "Could not complete scan of pool - ",
+    .unopenedAt = "util/ostrelscan/scanEngine[440]",
+    .unpreparedLoggedAt = "util/ostrelscan/scanEngine[505]",
+    .unpreparedAt = "util/ostrelscan/scanEngine[524]",
+    .unmadeAt = "util/ostrelscan/scanEngine[557]",
+    .incompleteAt = "util/ostrelscan/scanEngine[651]",
+    .open = &PoolDevice::OpenForReading,
+    .opened = &ScanEngine::MeasureDevice,
+    .checkSuperblock = &ScanEngine::CheckSuperblockForDump,
+    .makeFile = &ScanEngine::MakeWriter,
+    .files = &ScanEngine::RunDumpAll,
+    .closeDevice = &ScanEngine::CloseReadDevice,
+    .closesUnmade = true,
+};
 
 int ScanEngine::RunDumpMain() {
-    LogLine() << "In RunDumpMain(start)\n";
-    if (OpenDeviceForDump() != 0) {
-        return 1;
-    }
-    MeasureDevice();
-    const char* prefix = kLockFailure;
-    try {
-        HoldPool(dumpOptions_->poolName);
-        prefix = kSuperblockFailure;
-        CheckSuperblockForDump();
-    } catch (const std::exception& failure) {
-        // The device stays open, unlike below; the next pass or the engine's end closes it.
-        return FailUnprepared(std::string(prefix) + failure.what(),
-                              "util/ostrelscan/scanEngine[505]", "util/ostrelscan/scanEngine[524]");
-    }
-    std::unique_ptr<ZSBFile> writer;
-    try {
-        writer = MakeWriter();
-    } catch (const std::exception& failure) {
-        const std::string message = std::string(kFileObjectFailure) + failure.what() + "\n";
-        LogLine() << message;
-        ReleasePool();
-        device_.Close();
-        return Fail(1, message, "util/ostrelscan/scanEngine[557]");
-    }
-    SetDumpRange();
-    const int status = RunFiles(&ScanEngine::RunDumpAll, *writer);
-    writer.reset();
-    ReleasePool();
-    device_.Close();
-    LogLine() << "In RunDumpMain(exit)\n";
-    return status == 0
-               ? 0
-               : Fail(status, "Could not complete scan of pool - " + std::to_string(status) + "\n",
-                      "util/ostrelscan/scanEngine[651]");
-}
-
-int ScanEngine::OpenDeviceForDump() {
-    const int error = device_.OpenForReading(dumpOptions_->deviceName);
-    return error == 0 ? 0
-                      : FailToOpen(dumpOptions_->deviceName, "read", error,
-                                   "util/ostrelscan/scanEngine[440]");
+    return RunPass(kDump, {.device = dumpOptions_->deviceName, .pool = dumpOptions_->poolName});
 }
 
 void ScanEngine::MeasureDevice() {
@@ -66,18 +40,19 @@ void ScanEngine::MeasureDevice() {
               << "\nutil/ostrelscan/scanEngine[470]\n";
 }
 
-void ScanEngine::CheckSuperblockForDump() {
-    if (validate_ && ValidateSBHSimple(*selector_) != 0) {
-        throw std::runtime_error(kBadSuperblock);
-    }
+int ScanEngine::CheckSuperblockForDump() {
+    return ValidateSBHSimple(*selector_);
 }
 
 std::unique_ptr<ZSBFile> ScanEngine::MakeWriter() {
     constexpr int kDefaultLevel = -1;
     const std::string poolName = dumpOptions_->poolName;
     compress_ = dumpOptions_->compress;
-    return std::make_unique<ZSBFile>(dumpOptions_->path, &poolName, bypass_, &runGUID_, compress_,
-                                     ThreadId(), BlocksInPool(), kDefaultLevel, kScanFileSizeLimit);
+    auto writer =
+        std::make_unique<ZSBFile>(dumpOptions_->path, &poolName, bypass_, &runGUID_, compress_,
+                                  ThreadId(), BlocksInPool(), kDefaultLevel, kScanFileSizeLimit);
+    SetDumpRange();
+    return writer;
 }
 
 void ScanEngine::SetDumpRange() {
@@ -85,6 +60,12 @@ void ScanEngine::SetDumpRange() {
     firstBlock_.store(dumpOptions_->start, std::memory_order_relaxed);
     lastBlock_.store(last, std::memory_order_relaxed);
     currentBlock_.store(dumpOptions_->start, std::memory_order_relaxed);
+}
+
+/// Nothing was written: that the device closes with an error changes no save's result.
+int ScanEngine::CloseReadDevice(int status) {
+    device_.Close();
+    return status;
 }
 
 int ScanEngine::RunDumpAll(ZSBFile& file) {

@@ -8,6 +8,7 @@
 #include "util/common/log.h"
 #include "util/common/zsbFile.h"
 #include "util/ostrelscan/blockSelector.h"
+#include "util/ostrelscan/runSettings.h"
 #include "util/ostrelscan/scanEngine.h"
 #include "util/ostrelscan/scanUI.h"
 #include "util/ostrelscan/screenInterface.h"
@@ -27,20 +28,29 @@ std::unique_ptr<ZSBFile> MakeReader(const char* path) {
 
 unsigned UserInterface::RunRestore(const char* path, const char* device, const char* poolName,
                                    bool allBlocks, bool bypass, bool validate) {
-    RestoreOptions options(device, poolName, path);
+    return RunRestore({.path = path,
+                       .allBlocks = allBlocks,
+                       .bypass = bypass,
+                       .validate = validate,
+                       .poolName = poolName,
+                       .device = device});
+}
+
+unsigned UserInterface::RunRestore(const RunSettings& settings) {
+    const RestoreOptions options(settings.device, settings.poolName, settings.path.c_str());
     if (!RESTORE_Validate_Operation(options)) {
         return zERR_BAD_PARAMETER_VALUE;
     }
-    DisplayHeaderRestore(poolName, path);
+    DisplayHeaderRestore(options.poolName, options.path);
     LogLine() << options << '\n';
     BlockSelector selector;
-    if (!allBlocks) {
+    if (!settings.allBlocks) {
         selector.SelectOff(kBlockTypes[kUserType].magic);
     }
     // Blocks of this type are never written back, even where all others are.
     selector.SelectOff(kMagicMSAP);
     DisplayCounts(&selector);
-    ScanEngine engine(bypass, validate);
+    ScanEngine engine(settings.bypass, settings.validate);
     int status = engine.RunRestore(selector, options);
     if (status != 0) {
         FatalError(status, "Could not start the restore thread", "util/ostrelscan/scanUI[689]");

@@ -1,5 +1,6 @@
 #include <cstring>
-#include <stdexcept>
+#include <memory>
+#include <string>
 
 #include "util/common/errors.h"
 #include "util/common/hexDump.h"
@@ -12,14 +13,6 @@
 
 namespace {
 
-constexpr const char* kStateFailure = "Pool state issue:  ";
-
-std::unique_ptr<ZSBFile> MakeReader(const RestoreOptions& options) {
-    const std::string poolName = options.poolName;
-    return std::make_unique<ZSBFile>(options.path, &poolName, false, nullptr, false, 0, 0, -1,
-                                     kScanFileSizeLimit);
-}
-
 /// Closing steps say errno as it is, unlike block transfers: support staff know them so.
 int FirstFailure(int status, const char* what, int error) {
     if (error == 0) {
@@ -31,57 +24,47 @@ int FirstFailure(int status, const char* what, int error) {
 
 }  // namespace
 
+const ScanEngine::Direction ScanEngine::kRestore = {
+    .start = "In RunRestoreMain(start)\n",
+    .exit = "In RunRestoreMain(exit)\n",
+    .access = "write",
+    .lockFailure = "Pool state issue:  ",
+    .incomplete = "Could not restore complete pool - ",
+    .unopenedAt = "util/ostrelscan/scanEngine[728]",
+    .unpreparedLoggedAt = "util/ostrelscan/scanEngine[774]",
+    .unpreparedAt = "util/ostrelscan/scanEngine[793]",
+    .unmadeAt = "util/ostrelscan/scanEngine[811]",
+    .incompleteAt = "util/ostrelscan/scanEngine[873]",
+    .open = &PoolDevice::OpenForWriting,
+    .opened = &ScanEngine::LogRestoreDevice,
+    .checkSuperblock = &ScanEngine::CheckSuperblockForRestore,
+    .makeFile = &ScanEngine::MakeReader,
+    .files = &ScanEngine::RunRestoreAll,
+    .closeDevice = &ScanEngine::StoreDevice,
+    .closesUnmade = false,
+};
+
 int ScanEngine::RunRestoreMain() {
-    LogLine() << "In RunRestoreMain(start)\n";
-    if (OpenDeviceForRestore() != 0) {
-        return 1;
-    }
+    return RunPass(kRestore,
+                   {.device = restoreOptions_->deviceName, .pool = restoreOptions_->poolName});
+}
+
+void ScanEngine::LogRestoreDevice() {
     LogLine() << "util/ostrelscan/scanEngine[738]\n";
-    const char* prefix = kStateFailure;
-    try {
-        HoldPool(restoreOptions_->poolName);
-        prefix = kSuperblockFailure;
-        CheckSuperblockForRestore();
-    } catch (const std::exception& failure) {
-        return FailUnprepared(std::string(prefix) + failure.what(),
-                              "util/ostrelscan/scanEngine[774]", "util/ostrelscan/scanEngine[793]");
-    }
-    std::unique_ptr<ZSBFile> reader;
-    try {
-        reader = MakeReader(*restoreOptions_);
-    } catch (const std::exception& failure) {
-        const std::string message = std::string(kFileObjectFailure) + failure.what() + "\n";
-        LogLine() << message;
-        ReleasePool();
-        return Fail(1, message, "util/ostrelscan/scanEngine[811]");
-    }
-    int status = RunFiles(&ScanEngine::RunRestoreAll, *reader);
-    reader.reset();
-    ReleasePool();
-    status = StoreDevice(status);
-    LogLine() << "In RunRestoreMain(exit)\n";
-    return status == 0
-               ? 0
-               : Fail(status, "Could not restore complete pool - " + std::to_string(status) + "\n",
-                      "util/ostrelscan/scanEngine[873]");
 }
 
-int ScanEngine::OpenDeviceForRestore() {
-    const int error = device_.OpenForWriting(restoreOptions_->deviceName);
-    return error == 0 ? 0
-                      : FailToOpen(restoreOptions_->deviceName, "write", error,
-                                   "util/ostrelscan/scanEngine[728]");
-}
-
-void ScanEngine::CheckSuperblockForRestore() {
-    if (!validate_) {
-        return;
-    }
+int ScanEngine::CheckSuperblockForRestore() {
     const int status = ValidateSBHSimple();
     if (status != 0) {
         LogLine() << "Validation status - " << std::to_string(status) << '\n';
-        throw std::runtime_error(kBadSuperblock);
     }
+    return status;
+}
+
+std::unique_ptr<ZSBFile> ScanEngine::MakeReader() {
+    const std::string poolName = restoreOptions_->poolName;
+    return std::make_unique<ZSBFile>(restoreOptions_->path, &poolName, false, nullptr, false, 0, 0,
+                                     -1, kScanFileSizeLimit);
 }
 
 /// Whatever was written reaches the device, also when the restore failed on the way.

@@ -93,12 +93,9 @@ std::optional<unsigned> RunDialogue(const RunSettings& settings) {
     }
     unsigned status = zERR_NOT_SUPPORTED;
     if (std::strcmp(settings.action, "save") == 0) {
-        status = dialogue->RunDump(settings.path.c_str(), settings.device, settings.poolName,
-                                   settings.allBlocks, settings.compress, settings.bypass,
-                                   settings.validate);
+        status = dialogue->RunDump(settings);
     } else if (std::strcmp(settings.action, "restore") == 0) {
-        status = dialogue->RunRestore(settings.path.c_str(), settings.device, settings.poolName,
-                                      settings.allBlocks, settings.bypass, settings.validate);
+        status = dialogue->RunRestore(settings);
     }
     return status;
 }

@@ -12,6 +12,7 @@
 #include "util/common/log.h"
 #include "util/common/poolLock.h"
 #include "util/common/pvKey.h"
+#include "util/common/zsbFile.h"
 #include "util/ostrelscan/blockSelector.h"
 
 namespace {
@@ -22,6 +23,11 @@ constexpr std::uint64_t kSuperblockNumber = 1;
 constexpr std::uint64_t kDetailedErrors = 999;
 
 constexpr const char* kPassFailure = "Exception while running a pass:  ";
+constexpr const char* kSuperblockFailure = "OSTREL Pool superblock header validation error:  ";
+constexpr const char* kBadSuperblock =
+    "Pool's superblock did not validate (ensure that the correct device was given)";
+constexpr const char* kFileObjectFailure =
+    "Exception while attempting to create a ZSBFile Object:  ";
 
 /// For a handler of every exception.
 std::string CurrentExceptionText() {
@@ -86,7 +92,7 @@ ScanEngine::~ScanEngine() {
     ReleasePool();
 }
 
-int ScanEngine::RunDump(BlockSelector& selector, DumpOptions& options) {
+int ScanEngine::RunDump(BlockSelector& selector, const DumpOptions& options) {
     if (running_.exchange(1) != 0) {
         return zERR_INVALID_STATE;
     }
@@ -95,7 +101,7 @@ int ScanEngine::RunDump(BlockSelector& selector, DumpOptions& options) {
     return StartWorker(RunDumpThread);
 }
 
-int ScanEngine::RunRestore(BlockSelector& selector, RestoreOptions& options) {
+int ScanEngine::RunRestore(BlockSelector& selector, const RestoreOptions& options) {
     if (running_.exchange(1) != 0) {
         return zERR_INVALID_STATE;
     }
@@ -157,19 +163,81 @@ int ScanEngine::Fail(int status, std::string message, const char* location) {
     return status;
 }
 
-int ScanEngine::FailToOpen(const char* device, const char* access, int error,
-                           const char* location) {
-    const std::string message = std::string("Unable to open device \"") + device + "\" for " +
-                                access + " access - " + std::strerror(error) + "\n";
-    LogLine() << message;
-    return Fail(1, message, location);
+/// Both directions of a pass. The pool is held before its superblock is believed, and let go only
+/// when no scan file is open any more. The device is closed behind that: storing a restore can take
+/// minutes, and a change that is held does not wait for it.
+int ScanEngine::RunPass(const Direction& way, const PassTarget& target) {
+    LogLine() << way.start;
+    if (!OpenDevice(way, target.device)) {
+        return 1;
+    }
+    (this->*way.opened)();
+    if (!Prepare(way, way.lockFailure, [&] { HoldPool(target.pool); }) ||
+        !Prepare(way, kSuperblockFailure, [&] { CheckSuperblock(way); })) {
+        return 1;
+    }
+    std::unique_ptr<ZSBFile> file = MakeFile(way);
+    if (file == nullptr) {
+        return 1;
+    }
+    int status = RunFiles(way.files, *file);
+    file.reset();
+    ReleasePool();
+    status = (this->*way.closeDevice)(status);
+    LogLine() << way.exit;
+    return status == 0
+               ? 0
+               : Fail(status, way.incomplete + std::to_string(status) + "\n", way.incompleteAt);
 }
 
-int ScanEngine::FailUnprepared(const std::string& message, const char* logPosition,
-                               const char* location) {
-    LogLine() << message << '\n' << logPosition << '\n';
-    ReleasePool();
-    return Fail(1, message + '\n', location);
+bool ScanEngine::OpenDevice(const Direction& way, const char* path) {
+    const int error = (device_.*way.open)(path);
+    if (error == 0) {
+        return true;
+    }
+    const std::string message = std::string("Unable to open device \"") + path + "\" for " +
+                                way.access + " access - " + std::strerror(error) + "\n";
+    LogLine() << message;
+    Fail(1, message, way.unopenedAt);
+    return false;
+}
+
+/// One step between the open device and the first file. The device stays open behind a failure; the
+/// next pass or the engine's end closes it.
+bool ScanEngine::Prepare(const Direction& way, const char* failed,
+                         const std::function<void()>& step) {
+    try {
+        step();
+        return true;
+    } catch (const std::exception& failure) {
+        const std::string message = std::string(failed) + failure.what() + "\n";
+        LogLine() << message << way.unpreparedLoggedAt << '\n';
+        ReleasePool();
+        Fail(1, message, way.unpreparedAt);
+        return false;
+    }
+}
+
+void ScanEngine::CheckSuperblock(const Direction& way) {
+    if (validate_ && (this->*way.checkSuperblock)() != 0) {
+        throw std::runtime_error(kBadSuperblock);
+    }
+}
+
+/// Nothing when the file object could not be made.
+std::unique_ptr<ZSBFile> ScanEngine::MakeFile(const Direction& way) {
+    try {
+        return (this->*way.makeFile)();
+    } catch (const std::exception& failure) {
+        const std::string message = std::string(kFileObjectFailure) + failure.what() + "\n";
+        LogLine() << message;
+        ReleasePool();
+        if (way.closesUnmade) {
+            device_.Close();
+        }
+        Fail(1, message, way.unmadeAt);
+        return nullptr;
+    }
 }
 
 void ScanEngine::HoldPool(const char* poolName) {

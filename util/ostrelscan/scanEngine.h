@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -81,9 +82,9 @@ class ScanEngine : public ScanThread {
 
     /// Start a pass and return at once: 0, `zERR_INVALID_STATE` while one is running, or the error
     /// number of the thread's creation. Selector and options are borrowed until it has finished.
-    int RunDump(BlockSelector& selector, DumpOptions& options);
+    int RunDump(BlockSelector& selector, const DumpOptions& options);
 
-    int RunRestore(BlockSelector& selector, RestoreOptions& options);
+    int RunRestore(BlockSelector& selector, const RestoreOptions& options);
 
     /// The current block and the blocks done; the error counts only where asked for. Returns 0.
     int GetStatistics(unsigned long long* current, unsigned long long* done,
@@ -144,16 +145,43 @@ class ScanEngine : public ScanThread {
     void FinishPass(int (ScanEngine::*pass)());
     int RunFiles(int (ScanEngine::*files)(ZSBFile&), ZSBFile& file);
     int Fail(int status, std::string message, const char* location);
-    int FailToOpen(const char* device, const char* access, int error, const char* location);
-    int FailUnprepared(const std::string& message, const char* logPosition, const char* location);
 
     static constexpr const char* kEngineSource = "util/ostrelscan/scanEngine";
-    static constexpr const char* kSuperblockFailure =
-        "OSTREL Pool superblock header validation error:  ";
-    static constexpr const char* kBadSuperblock =
-        "Pool's superblock did not validate (ensure that the correct device was given)";
-    static constexpr const char* kFileObjectFailure =
-        "Exception while attempting to create a ZSBFile Object:  ";
+
+    /// What differs between the two directions of a pass: the texts and positions that support
+    /// staff search for, and the steps.
+    struct Direction {
+        const char* start;
+        const char* exit;
+        const char* access;
+        const char* lockFailure;
+        const char* incomplete;
+        const char* unopenedAt;
+        const char* unpreparedLoggedAt;
+        const char* unpreparedAt;
+        const char* unmadeAt;
+        const char* incompleteAt;
+        int (PoolDevice::*open)(const char* path);
+        void (ScanEngine::*opened)();
+        int (ScanEngine::*checkSuperblock)();
+        std::unique_ptr<ZSBFile> (ScanEngine::*makeFile)();
+        int (ScanEngine::*files)(ZSBFile&);
+        int (ScanEngine::*closeDevice)(int status);
+        bool closesUnmade;  ///< whether the device is closed when the file object cannot be made
+    };
+    static const Direction kDump;
+    static const Direction kRestore;
+
+    struct PassTarget {
+        const char* device;
+        const char* pool;
+    };
+
+    int RunPass(const Direction& way, const PassTarget& target);
+    bool OpenDevice(const Direction& way, const char* path);
+    bool Prepare(const Direction& way, const char* failed, const std::function<void()>& step);
+    void CheckSuperblock(const Direction& way);
+    std::unique_ptr<ZSBFile> MakeFile(const Direction& way);
 
     /// Makes sure of the pool's maintenance state and holds it. Throws what the key and the lock
     /// throw, and std::runtime_error when the pool cannot be held.
@@ -164,17 +192,18 @@ class ScanEngine : public ScanThread {
 
     int ReadSuperblockMagic(std::uint32_t& magic);
 
-    int OpenDeviceForDump();
     void MeasureDevice();
-    void CheckSuperblockForDump();
+    int CheckSuperblockForDump();
     std::unique_ptr<ZSBFile> MakeWriter();
     void SetDumpRange();
+    int CloseReadDevice(int status);
     int DumpOneFile(ZSBFile& file);
     int CloseDumpFile(ZSBFile& file, int fillStatus);
     int AppendCurrentBlock(ZSBFile& file);
 
-    int OpenDeviceForRestore();
-    void CheckSuperblockForRestore();
+    void LogRestoreDevice();
+    int CheckSuperblockForRestore();
+    std::unique_ptr<ZSBFile> MakeReader();
     int StoreDevice(int status);
     int RestoreOneFile(ZSBFile& file, bool* last);
 
@@ -194,8 +223,8 @@ class ScanEngine : public ScanThread {
     int result_ = 0;
     std::string errorMessage_ = "Scan engine is still running";
     std::string errorLocation_ = "util/ostrelscan/scanEngine[131]";
-    DumpOptions* dumpOptions_ = nullptr;
-    RestoreOptions* restoreOptions_ = nullptr;
+    const DumpOptions* dumpOptions_ = nullptr;
+    const RestoreOptions* restoreOptions_ = nullptr;
     BlockSelector* selector_ = nullptr;
     std::atomic<std::uint64_t> blocksDone_{0};
     std::atomic<std::uint64_t> currentBlock_{0};

@@ -10,12 +10,17 @@
 #include "util/common/log.h"
 #include "util/ostrelscan/blockSelector.h"
 #include "util/ostrelscan/progress.h"
+#include "util/ostrelscan/runSettings.h"
 #include "util/ostrelscan/scanEngine.h"
 #include "util/ostrelscan/screenInterface.h"
 #include "util/ostrelscan/screenLayout.h"
 
-const char* SCAN_ColumnFormat = "%14s + %8Ld\n";
-const char* SCAN_ColumnFormatSkip = "%14s - %8Ld\n";
+// "L" is this system's older word for "ll", and these texts keep it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
+const char* const SCAN_ColumnFormat = "%14s + %8Ld\n";
+const char* const SCAN_ColumnFormatSkip = "%14s - %8Ld\n";
+#pragma GCC diagnostic pop
 
 namespace {
 
@@ -51,15 +56,26 @@ UserInterface::~UserInterface() {
 
 unsigned UserInterface::RunDump(const char* path, const char* device, const char* poolName,
                                 bool allBlocks, bool compress, bool bypass, bool validate) {
-    DumpOptions options(0, 0, compress, device, poolName, path, true);
+    return RunDump({.path = path,
+                    .allBlocks = allBlocks,
+                    .bypass = bypass,
+                    .compress = compress,
+                    .validate = validate,
+                    .poolName = poolName,
+                    .device = device});
+}
+
+unsigned UserInterface::RunDump(const RunSettings& settings) {
+    const DumpOptions options(0, 0, settings.compress, settings.device, settings.poolName,
+                              settings.path.c_str(), true);
     LogLine() << options << '\n';
-    DisplayHeaderDump(0, poolName, path, compress);
+    DisplayHeaderDump(0, options.poolName, options.path, options.compress);
     BlockSelector selector;
-    if (!allBlocks) {
+    if (!settings.allBlocks) {
         selector.SelectOff(kBlockTypes[kUserType].magic);
     }
     DisplayCounts(&selector);
-    ScanEngine engine(bypass, validate);
+    ScanEngine engine(settings.bypass, settings.validate);
     int status = engine.RunDump(selector, options);
     if (status != 0) {
         FatalError(status, "Could not start the scan thread", "util/ostrelscan/scanUI[449]");
@@ -158,7 +174,7 @@ void UserInterface::DisplayErrorCount(const char* what, unsigned long long count
     }
 }
 
-void UserInterface::GetAbsoluteSBLocation(BlockSelector* selector, int index, int* row,
+void UserInterface::GetAbsoluteSBLocation(const BlockSelector* selector, int index, int* row,
                                           int* column) {
     const int rows = (static_cast<int>(selector->TypeCount()) + kTableColumns - 1) / kTableColumns;
     const int tableColumn = std::min(index / rows, kTableColumns - 1);

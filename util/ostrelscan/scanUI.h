@@ -11,10 +11,11 @@ class ScanEngine;
 class ScreenInterface;
 struct DumpOptions;
 struct RestoreOptions;
+struct RunSettings;
 
 /// A line of the table of block types, of a type that is taken or skipped: name and count.
-extern const char* SCAN_ColumnFormat;
-extern const char* SCAN_ColumnFormatSkip;
+extern const char* const SCAN_ColumnFormat;
+extern const char* const SCAN_ColumnFormatSkip;
 
 /// The operator dialogue of one run: starts the engine, repaints a full screen ten times a second
 /// while it works, and writes the run's summary into the log. Used by the operator thread.
@@ -27,13 +28,16 @@ class UserInterface {
     UserInterface(const UserInterface&) = delete;
     UserInterface& operator=(const UserInterface&) = delete;
 
-    /// Runs a save; returns 0 or the engine's status. `path` ends in "/"; `allBlocks` takes the
-    /// "User" blocks too.
+    /// Runs a save; returns 0 or the engine's status.
+    unsigned RunDump(const RunSettings& settings);
+    /// The same, by its settings' names. `path` ends in "/"; `allBlocks` takes the "User" blocks
+    /// too.
     unsigned RunDump(const char* path, const char* device, const char* poolName, bool allBlocks,
                      bool compress, bool bypass, bool validate);
 
     /// Runs a restore once the operator has agreed to it; returns 0, `zERR_BAD_PARAMETER_VALUE`
     /// when it was refused, or the engine's status.
+    unsigned RunRestore(const RunSettings& settings);
     unsigned RunRestore(const char* path, const char* device, const char* poolName, bool allBlocks,
                         bool bypass, bool validate);
 
@@ -54,7 +58,8 @@ class UserInterface {
     /// The table of block types: three columns, filled one after the other.
     void DisplayCounts(BlockSelector* selector);
     /// Where entry `index` of the table stands.
-    static void GetAbsoluteSBLocation(BlockSelector* selector, int index, int* row, int* column);
+    static void GetAbsoluteSBLocation(const BlockSelector* selector, int index, int* row,
+                                      int* column);
 
     /// The last scan files, the newest at the bottom; mode 0 is a dump, 1 a restore.
     void DisplaySFL(ScanFileList& list, int mode);
