@@ -38,6 +38,7 @@ std::optional<std::uint64_t> BusHub::Register(Registration registration) {
     return handle;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): as the bus passes them
 bool BusHub::Unregister(const MessageSocket* connection, std::uint64_t handle,
                         std::uint64_t context) {
     const std::scoped_lock lock(mutex_);

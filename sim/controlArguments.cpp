@@ -40,11 +40,13 @@ std::string ControlArguments::WordOr(std::size_t index, const std::string& other
     return index < words_.size() ? words_[index] : other;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): which, and what without it
 std::string ControlArguments::Option(const std::string& option, const std::string& other) const {
     const auto found = options_.find(option);
     return found == options_.end() ? other : found->second;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): which, and what without it
 std::uint64_t ControlArguments::Number(const std::string& option, std::uint64_t other,
                                        std::uint64_t largest) const {
     if (!Has(option)) {

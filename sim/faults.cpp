@@ -80,6 +80,7 @@ std::string ResultElement(const std::string& value) {
 }
 
 // Replaces an element with its content; as it was when there is none.
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): in the order of the text
 std::string WithElement(std::string reply, const std::string& name, const std::string& element) {
     const std::string endTag = "</" + name + ">";
     const auto begin = reply.find("<" + name + ">");
@@ -90,6 +91,7 @@ std::string WithElement(std::string reply, const std::string& name, const std::s
     return reply;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): what, then how
 std::string Malformed(const std::string& reply, const std::string& how) {
     if (how == "empty") {
         return {};

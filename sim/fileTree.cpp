@@ -56,6 +56,7 @@ Node FileTree::FindManaged(const std::vector<std::string>& parts) const {
 }
 
 // The folder itself when no name is given.
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): in the order of the path
 Node FileTree::FindResult(const std::string& pool, const std::string& folder,
                           const std::string& name) const {
     if (!IsResultFolder(folder)) {

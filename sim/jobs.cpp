@@ -53,6 +53,7 @@ bool Jobs::Set(std::uint64_t key, const std::string& setting, const std::string&
     return found != jobs_.end();
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): how, then by whom
 bool Jobs::End(std::uint64_t key, JobState state, std::uint64_t finalStatus, std::uint64_t setter) {
     const std::scoped_lock lock(mutex_);
     const auto found = jobs_.find(key);
@@ -66,6 +67,7 @@ bool Jobs::End(std::uint64_t key, JobState state, std::uint64_t finalStatus, std
     return true;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): named at every call
 bool Jobs::Move(std::uint64_t key, JobState from, JobState to) {
     const std::scoped_lock lock(mutex_);
     const auto found = jobs_.find(key);

@@ -47,6 +47,7 @@ std::uint64_t StatusOfChange(const ChangeOutcome& outcome) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): in the order of the text
 std::string FramedReply(std::string_view subject, std::string_view operation, std::uint64_t result,
                         std::string_view content) {
     const std::string own = "<result value=\"" + std::to_string(result) + "\"/>";

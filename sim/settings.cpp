@@ -77,6 +77,7 @@ std::vector<std::string> BadWords(const std::string& value) {
     return words;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): in the order of the command line
 void ReadOption(Settings& settings, const std::string& option, const std::string& value) {
     if (option == "--config") {
         ReadConfiguration(settings, value);

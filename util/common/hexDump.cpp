@@ -29,6 +29,7 @@ char Shown(unsigned char byte) {
     return byte >= 26 && byte <= 127 ? static_cast<char>(byte) : '.';
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): as the dump is laid out
 std::string DumpLine(const unsigned char* bytes, int offset, int count, int unit) {
     std::string line(kLineWidth, ' ');
     char offsetText[12] = "";
@@ -53,6 +54,7 @@ std::string DumpLine(const unsigned char* bytes, int offset, int count, int unit
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 void ZED_HexDump(const void* data, int length, int unit) {
     if (unit != 2 && unit != 4) {
         unit = 1;

@@ -43,6 +43,7 @@ std::uint64_t StatusInParentheses(std::string_view text) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 OstrelVirtualFileServices::OstrelVirtualFileServices(unsigned flags, const char* filePath,
                                                      const char* server, const char* dataStream)
     : flags_(flags != 0 ? flags : kDefaultFlags) {

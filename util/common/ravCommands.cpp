@@ -282,9 +282,10 @@ void VFSManageCmd::RAVSetDebugLevel(std::uint64_t userKey, std::uint32_t value) 
     RAVSet(userKey, Element("debugLevel", value));
 }
 
-void VFSManageCmd::ReverseNameLookup(std::uint64_t zid, std::uint32_t nameSpace,
-                                     std::uint32_t nameType, const GUID_t& volumeID,
-                                     std::string& volume, std::string& path) {
+void VFSManageCmd::ReverseNameLookup(
+    std::uint64_t zid, std::uint32_t nameSpace, std::uint32_t nameType, const GUID_t& volumeID,
+    // NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
+    std::string& volume, std::string& path) {
     char volumeText[Ostrel::kGUIDTextLength + 1] = "";
     Ostrel::LB_GUIDToString(&volumeID, sizeof volumeText, volumeText);
     std::string reply;

@@ -40,6 +40,7 @@ bool IsEndTagOf(std::string_view name, std::string_view text) {
 /// Offset of the end tag that closes the element `name` whose content starts `text`. Both counts
 /// go by names and not by whole tags, as the service's own tools count: an inner element of the
 /// same name counts as open even where it is self-closing.
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): what, then where
 std::size_t FindEndTag(std::string_view name, std::string_view text) {
     std::int64_t depth = 0;
     std::size_t sameName = 0;
@@ -119,6 +120,7 @@ int XML_FindEndOfElement(const char* name, std::size_t nameLength, const char* f
     return 0;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 int XML_GetTagElementAtCurrentLevel(const char* name, const char* from, const char* end,
                                     XML_ElementInfo_s& info) {
     const std::string_view wanted(name);
@@ -134,6 +136,7 @@ int XML_GetTagElementAtCurrentLevel(const char* name, const char* from, const ch
     }
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 int XML_GetTagElement(const char* text, const char* name, const char* end,
                       XML_ElementInfo_s& info) {
     const std::string_view wanted(name);

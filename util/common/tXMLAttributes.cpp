@@ -41,6 +41,7 @@ std::string_view AttributeValue(const XML_ElementInfo_s& info) {
     return {info.attributeValueStart, info.attributeValueLength};
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): from the outside in
 int FindAttribute(const char* path, const char* tag, const char* attribute, std::size_t length,
                   const char* text, std::string_view& value) {
     XML_ElementInfo_s info;

@@ -75,6 +75,7 @@ int MOSTREL_GetSpecificTemplate(const char* path, std::size_t length, const char
     return status;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 int MOSTREL_GetTagTemplate(const char* path, const char* tag, std::size_t length, const char* text,
                            XML_ElementInfo_s& info) {
     const int status = MOSTREL_GetSpecificTemplate(path, length, text, info);

@@ -78,6 +78,7 @@ int ZSBFile::Open(const std::string& path) {
     return OpenInternal();
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 int ZSBFile::Open(int mode, int file, int set) {
     if (set < 0 || set > kMaxSetNumber || file < 0 ||
         static_cast<std::uint32_t>(file) > kMaxFileNumber) {

@@ -278,6 +278,7 @@ bool ScanEngine::StateChangeRequested() const {
     return poolLock_ != nullptr && poolLock_->CVSRequired.load(std::memory_order_relaxed);
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 int ScanEngine::GetStatistics(unsigned long long* current, unsigned long long* done,
                               unsigned long long* readErrors,
                               unsigned long long* writeErrors) const {

@@ -13,6 +13,7 @@ struct ScanOptions {
 /// What a save was asked to do. The texts are borrowed for the whole run.
 struct DumpOptions : ScanOptions {
     DumpOptions(unsigned long long first, unsigned long long last, bool compressed,
+                // NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
                 const char* device, const char* pool, const char* directory, bool withSectors)
         : ScanOptions(first, last),
           sectors(withSectors),
@@ -30,6 +31,7 @@ struct DumpOptions : ScanOptions {
 
 /// What a restore was asked to do. The texts are borrowed for the whole run.
 struct RestoreOptions : ScanOptions {
+    // NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
     RestoreOptions(const char* device, const char* pool, const char* directory)
         : ScanOptions(0, 0), deviceName(device), poolName(pool), path(directory) {}
 

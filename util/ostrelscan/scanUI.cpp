@@ -147,9 +147,11 @@ void UserInterface::DisplayHeaderDump(unsigned long long blocks, const char* poo
                                          static_cast<long long>(blocks), poolName, path);
 }
 
-void UserInterface::DisplayProgress(unsigned long long total, unsigned long long current,
-                                    unsigned long long done, unsigned long long readErrors,
-                                    unsigned long long writeErrors, bool /*final*/) {
+void UserInterface::DisplayProgress(
+    unsigned long long total, unsigned long long current,
+    // NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
+    unsigned long long done, unsigned long long readErrors, unsigned long long writeErrors,
+    bool /*final*/) {
     const unsigned elapsed = ElapsedSeconds();
     screen_->Redraw();
     const ProgressFigures figures = ComputeProgress(total, current, done, elapsed);
@@ -174,6 +176,7 @@ void UserInterface::DisplayErrorCount(const char* what, unsigned long long count
     }
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 void UserInterface::GetAbsoluteSBLocation(const BlockSelector* selector, int index, int* row,
                                           int* column) {
     const int rows = (static_cast<int>(selector->TypeCount()) + kTableColumns - 1) / kTableColumns;

@@ -168,6 +168,7 @@ void Store(int* out, int value) {
 
 enum class Answer { None, Yes, No, Default, Cancel };
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): as `GetKey` tells them
 Answer AnswerOf(int kind, int character) {
     if (kind == ScreenInterface::kKeyNone) {
         return Answer::No;
@@ -202,6 +203,7 @@ void ShowAnswer(WINDOW* window, bool yes) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 int GetTermSize(int* rows, int* columns) {
     winsize size{};
     if (ioctl(STDIN_FILENO, TIOCGWINSZ, &size) != 0) {
@@ -278,6 +280,7 @@ void ScreenInterface::PositionOutputCursor(int row, int column) {
     wmove(pad_, row, column);
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 void ScreenInterface::GetOutputCursor(int& row, int& column) const {
     row = getcury(pad_);
     column = getcurx(pad_);
@@ -372,6 +375,7 @@ int ScreenInterface::GetAKey() {
     return character;
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
 int ScreenInterface::PromptForYesOrNo2(WINDOW* window, unsigned long wait, unsigned long flags,
                                        const char* format, ...) {
     if (window == nullptr) {
