@@ -1,16 +1,22 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "tests/support/poolBlocks.h"
+#include "tests/support/scanFileImage.h"
 #include "tests/support/writingTest.h"
 #include "util/common/zsbFile.h"
 
 namespace {
 
 using support::MakeBlock;
+using support::ScanFileImage;
 using support::ScanFileParts;
+using support::U32At;
+using support::U64At;
 
 constexpr int kInvalidState = 20010;
 constexpr int kEndOfFile = 20100;
@@ -89,6 +95,38 @@ class FileState : public support::WritingTest {
         ASSERT_EQ(Append(file, 1, MakeBlock("SPB5")), 0);
         ASSERT_EQ(Close(file), 0);
     }
+
+    /// A file of two records of another set, which differs from this one's in every field it can.
+    std::string WriteForeignFile() {
+        ScanFileImage image = ScanFileImage::Raw(foreign_, 0x302);
+        const std::string path = Path("foreign.ZRB");
+        image.SetNumber(16, 8, 0x0123456789ABCDEF).SetNumber(64, 4, 77).Write(path);
+        return path;
+    }
+
+    static std::string Image(const ZSBFile& file) {
+        ScanFileHeader_s header{};
+        EXPECT_EQ(file.CopyZSBHeader(&header), 0);
+        return {reinterpret_cast<const char*>(&header), sizeof header};
+    }
+
+    std::string HeaderOf(const std::string& path) const {
+        return support::ReadFile(path).substr(0, 660);
+    }
+
+    static std::string FilledIn(ZSBFile& file, unsigned long flags) {
+        EXPECT_EQ(file.HeaderFillIn(flags), 0);
+        return Image(file);
+    }
+
+    static std::string PoolNameOf(const ZSBFile& file) {
+        char name[64] = "";
+        file.SFHGet_PoolName(name, sizeof name);
+        return name;
+    }
+
+    const std::vector<support::TestRecord> foreign_{support::MakeTestRecord(3),
+                                                    support::MakeTestRecord(7)};
 };
 
 TEST_F(FileState, WithoutAFileEveryCallIsRefusedAndLeavesNoTrace) {
@@ -155,6 +193,164 @@ TEST_F(FileState, ARawFileHasNothingToInflate) {
     WriteFile(*file);
     ASSERT_EQ(file->OpenNext(ZSBFile::kOpenAnyZSB), 0);
     EXPECT_EQ(file->QuadAndBlockReadAndInflate(Bytes(record_)), kInvalidState);
+}
+
+TEST_F(FileState, TheHeaderImageIsEmptyBeforeTheFirstFile) {
+    const auto file = Make();
+    EXPECT_EQ(Image(*file), std::string(660, '\0'));
+    EXPECT_EQ(PoolNameOf(*file), "");
+}
+
+TEST_F(FileState, TheHeaderImageIsThatOfTheFileLastReadAndStaysAfterItsClose) {
+    const auto file = Make();
+    WriteFile(*file);
+    const std::string path = WriteForeignFile();
+    EXPECT_EQ(Image(*file), HeaderOf(Path("T0000000.ZSB")));
+    ASSERT_EQ(file->Open(path), 0);
+    const auto expectForeign = [&] {
+        EXPECT_EQ(Image(*file), HeaderOf(path));
+        EXPECT_EQ(PoolNameOf(*file), "POOL");
+        GUID_t scanID{};
+        file->SFHGet_ScanID(&scanID);
+        EXPECT_EQ(std::memcmp(&scanID, Image(*file).data() + 16, sizeof scanID), 0);
+    };
+    expectForeign();
+    EXPECT_EQ(file->LastFile(), 0x002U);
+    EXPECT_EQ(file->BlocksInFileGet(), 2U);
+    ASSERT_EQ(file->QuadAndBlockRead(&record_, nullptr), 0);
+    expectForeign();
+    ASSERT_EQ(file->OpenClose(), 0);
+    expectForeign();
+    EXPECT_EQ(file->LastFile(), 0U);
+    EXPECT_EQ(file->BlocksInFileGet(), 0U);
+    EXPECT_NE(file->Open(Path("missing.ZRB")), 0);
+    expectForeign();
+}
+
+TEST_F(FileState, TheHeaderImageOfAFileTooShortIsEmpty) {
+    const auto file = Make();
+    WriteFile(*file);
+    support::WriteFile(Path("short.ZRB"), HeaderOf(Path("T0000000.ZSB")).substr(0, 659));
+    ASSERT_EQ(file->Open(Path("short.ZRB")), 0);
+    EXPECT_EQ(Image(*file), std::string(660, '\0'));
+    ASSERT_EQ(file->OpenClose(), 0);
+    EXPECT_EQ(Image(*file), std::string(660, '\0'));
+}
+
+TEST_F(FileState, TheHeaderImageOfAFileWrittenStaysAfterItsClose) {
+    const auto file = Make();
+    ASSERT_EQ(file->CreateNext(true), 0);
+    const std::string created = HeaderOf(Path("T0000000.ZSB"));
+    EXPECT_EQ(Image(*file), created);
+    ASSERT_EQ(Append(*file, 1, MakeBlock("SPB5")), 0);
+    EXPECT_EQ(Image(*file), created);
+    ASSERT_EQ(Close(*file), 0);
+    EXPECT_EQ(Image(*file), HeaderOf(Path("T0000000.ZSB")));
+    EXPECT_NE(Image(*file), created);
+    EXPECT_EQ(PoolNameOf(*file), "DATA");
+}
+
+TEST_F(FileState, HeaderFillInAfterAReadTakesTheSetsFieldsAndTheReadsCrc) {
+    const auto file = Make({.poolBlocks = 99});
+    WriteFile(*file);
+    ASSERT_EQ(file->Open(WriteForeignFile()), 0);
+    ASSERT_EQ(file->QuadAndBlockRead(&record_, nullptr), 0);
+    const std::uint32_t readCrc =
+        support::RegisterOver(support::MakeRecord(foreign_[0].number, foreign_[0].block));
+    for (const bool closed : {false, true}) {
+        if (closed) {
+            ASSERT_EQ(file->OpenClose(), 0);
+        }
+        const std::string header = FilledIn(*file, 0x003);
+        EXPECT_EQ(U32At(header, ScanFileImage::kCrcAt), readCrc);
+        EXPECT_EQ(U32At(header, ScanFileImage::kFlagsAt), 0x003U);
+        EXPECT_EQ(U64At(header, ScanFileImage::kFileEofAt), 660U + 4104);
+        EXPECT_EQ(U64At(header, ScanFileImage::kDataBytesAt), 660U + 4104);
+        EXPECT_EQ(U32At(header, 64), 1U);  // the number of the file to come
+        // The times, the scan ID and the pool's size are those of the file written before.
+        EXPECT_EQ(header.substr(8, 32), HeaderOf(Path("T0000000.ZSB")).substr(8, 32));
+        EXPECT_EQ(PoolNameOf(*file), "DATA");
+        EXPECT_EQ(file->LastFile(), closed ? 0U : 0x002U);
+        EXPECT_EQ(file->BlocksInFileGet(), closed ? 0U : 1U);
+    }
+}
+
+TEST_F(FileState, TheHeaderFilledInWhileAFileIsReadBoundsIt) {
+    const auto file = Make();
+    WriteFile(*file);
+    ASSERT_EQ(file->Open(WriteForeignFile()), 0);
+    ASSERT_EQ(file->QuadAndBlockRead(&record_, nullptr), 0);
+    FilledIn(*file, 0);
+    EXPECT_EQ(file->QuadAndBlockRead(&record_, nullptr), kEndOfFile);
+    EXPECT_EQ(file->ReadAndValidateHeader(), 0);
+    EXPECT_EQ(file->QuadAndBlockRead(&record_, nullptr), 0);
+    EXPECT_EQ(record_.blockNumber, foreign_[1].number);
+}
+
+TEST_F(FileState, TheOffsetIsThatOfTheFileLastOpened) {
+    const auto file = Make();
+    WriteFile(*file);
+    ASSERT_EQ(file->Open(WriteForeignFile()), 0);
+    file->DataWriteOffsetUpdate(4104);
+    unsigned long long offset = 0;
+    ASSERT_EQ(file->QuadAndBlockRead(&record_, &offset), 0);
+    EXPECT_EQ(offset, 660U + 4104);
+    EXPECT_EQ(record_.blockNumber, foreign_[1].number);
+    ASSERT_EQ(file->OpenClose(), 0);
+    file->DataWriteOffsetUpdate(4);
+    EXPECT_EQ(U64At(FilledIn(*file, 0), ScanFileImage::kFileEofAt), 660U + 2 * 4104 + 4);
+}
+
+TEST_F(FileState, OneObjectCreatesReadsAndCreatesAgain) {
+    for (const bool compress : {false, true}) {
+        const auto file = Make({.compress = compress});
+        const std::string letter = compress ? "C" : "T";
+        for (const std::string& name : {letter + "0000000.ZSB", letter + "0000001.ZSB"}) {
+            WriteFile(*file);
+            EXPECT_FALSE(file->HasName());
+            const ScanFileParts parts = Parts(name);
+            EXPECT_EQ(compress ? parts.InflatedData() : parts.Data(), records_);
+            EXPECT_EQ(parts.Flags(), compress ? 0x241U : 0x200U);
+            EXPECT_EQ(parts.Crc(), support::RegisterOver(records_));
+            EXPECT_EQ(parts.DataBytes(), 660U + 4104);
+            EXPECT_EQ(parts.FileEof(), parts.Bytes().size());
+
+            ASSERT_EQ(file->OpenNext(compress ? ZSBFile::kOpenCompressedZSB : ZSBFile::kOpenRawZSB),
+                      0);
+            std::string current;
+            file->CurrentFullName(current);
+            EXPECT_EQ(current, Path(name));
+            EXPECT_EQ(file->OpenValidate(), 0);
+            ASSERT_EQ(file->OpenNextClose(), 0);
+            EXPECT_TRUE(file->HasName());
+        }
+    }
+}
+
+TEST_F(FileState, ACreationThatFailsKeepsTheHeaderReadAndBeginsTheCrcAnew) {
+    const auto file = Make();
+    const std::string path = WriteForeignFile();
+    ASSERT_EQ(file->Open(path), 0);
+    ASSERT_EQ(file->QuadAndBlockRead(&record_, nullptr), 0);
+    ASSERT_EQ(file->OpenClose(), 0);
+    std::filesystem::create_directory(Path("T0000000.ZSB"));
+    ASSERT_NE(file->CreateNext(true), 0);
+    EXPECT_EQ(Image(*file), HeaderOf(path));
+    EXPECT_TRUE(file->IsZSB());
+    const std::string header = FilledIn(*file, 0);
+    EXPECT_EQ(U32At(header, ScanFileImage::kCrcAt), 0xFFFFFFFFU);
+    EXPECT_EQ(U64At(header, ScanFileImage::kFileEofAt), 660U);
+}
+
+TEST_F(FileState, WhatAReadRecordedMarksNoFileCreatedBehindIt) {
+    const auto file = Make();
+    ASSERT_EQ(file->Open(WriteForeignFile()), 0);
+    file->HeaderFillIn(0);
+    EXPECT_NE(file->OpenValidate(), 0);
+    file->QuadAndBlockErrorSet(20100);
+    ASSERT_EQ(file->OpenClose(), 0);
+    WriteFile(*file);
+    EXPECT_EQ(Parts("T0000000.ZSB").Flags(), 0x200U);
 }
 
 }  // namespace
