@@ -45,11 +45,15 @@ ROOMS = (
         unicode
     """),
     Room("scan files", "1, left wing", "util/common", ("base",), """
+        scanFileCheck
         scanFileFit
         scanFileFormat
         scanFileList
+        scanFileReader
+        scanFileSettings
+        scanFileWriter
         zlibStreams
-        zsbFile zsbFileCheck zsbFileReader zsbFileWriter
+        zsbFile zsbFileOpen
     """),
     Room("pool control", "1, right wing", "util/common", ("base",), """
         heb hebConsumer hebFamilies

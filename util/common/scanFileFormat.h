@@ -27,6 +27,10 @@ inline constexpr std::uint16_t kScanFileVersion = 2;
 inline constexpr std::uint16_t kScanFileOldestVersion = 1;
 inline constexpr std::uint16_t kScanFileRevision = 1;
 
+/// The tool's version as it is stored in every scan file.
+inline constexpr std::uint16_t gSCANVersionMajor = 1;
+inline constexpr std::uint16_t gSCANVersionMinor = 1;
+
 /// The CRC register before a file's first record; there is no inversion at the end either.
 inline constexpr std::uint32_t kScanFileCrcStart = 0xFFFFFFFF;
 

@@ -69,3 +69,9 @@ void Inflater::Offer(std::span<unsigned char> room) {
     stream_.next_out = room.data();
     stream_.avail_out = static_cast<uInt>(room.size());
 }
+
+int Inflater::Run() {
+    const int result = inflate(&stream_, Z_NO_FLUSH);
+    ended_ = ended_ || result == Z_STREAM_END;
+    return result;
+}

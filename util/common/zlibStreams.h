@@ -61,11 +61,14 @@ class Inflater {
     std::size_t RoomLeft() const { return stream_.avail_out; }
 
     /// Runs inflate once; returns zlib's result.
-    int Run() { return inflate(&stream_, Z_NO_FLUSH); }
+    int Run();
+    /// Whether a run has come to the stream's end.
+    bool Ended() const { return ended_; }
 
   private:
     static constexpr std::size_t kInputSize = 16'384;
 
     z_stream stream_{};
+    bool ended_ = false;
     std::array<unsigned char, kInputSize> input_{};
 };

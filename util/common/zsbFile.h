@@ -1,20 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 
 #include "util/common/guid.h"
-#include "util/common/positionedStream.h"
 #include "util/common/scanFileFormat.h"
-
-class Deflater;
-class Inflater;
-
-/// The tool's version as it is stored in every scan file.
-extern const std::uint16_t gSCANVersionMajor;
-extern const std::uint16_t gSCANVersionMinor;
+#include "util/common/scanFileReader.h"
+#include "util/common/scanFileWriter.h"
 
 /// Writes a numbered set of scan files: create the next file, append records until it is full,
 /// close it with the reasons for closing, repeat. Or reads one: open the next file, read its
@@ -23,6 +16,9 @@ extern const std::uint16_t gSCANVersionMinor;
 /// Statuses are 0, `zERR_INVALID_STATE` for a call in the wrong state, and those of failed system
 /// calls (`SystemErrorStatus`); single calls name others. The constructor throws
 /// std::invalid_argument. Used by one thread at a time.
+///
+/// It joins a writer and a reader of which one is at work at a time. The file last created or
+/// opened gives the name, the header image, the data offset and the CRC that both share.
 class ZSBFile {
   public:
     /// `zsbFilePath` is a prefix of every file's path (it ends in "/" when it names a directory).
@@ -50,30 +46,38 @@ class ZSBFile {
 
     /// Appends one record.
     int QuadAndBlockWrite(const QuadAndBlock_s* record);
-    int ByteStreamWrite(const unsigned char* data, unsigned long length);
+    int ByteStreamWrite(const unsigned char* data, unsigned long length) {
+        return writer_.Append(data, length);
+    }
 
     /// Feed the compressor, without CRC and byte count. -2 when its output could not be written,
     /// `zERR_INVALID_STATE` in a raw file.
-    int ByteStreamCompressionAndWrite(const unsigned char* data, unsigned long length);
-    int QuadAndBlockCompressionAndWrite(const unsigned char* record);
+    int ByteStreamCompressionAndWrite(const unsigned char* data, unsigned long length) {
+        return writer_.Compress(data, length);
+    }
+    int QuadAndBlockCompressionAndWrite(const unsigned char* record) {
+        return writer_.Compress(record, kRecordSize);
+    }
 
-    int DataWrite(const unsigned char* data, unsigned long length);
+    int DataWrite(const unsigned char* data, unsigned long length) {
+        return writer_.WriteData(data, length);
+    }
     void DataWriteOffsetUpdate(unsigned long length);
     /// Ends the compressed stream, if there is one, and flushes the file.
-    int DataWriteFlush();
+    int DataWriteFlush() { return writer_.Flush(); }
 
     /// Builds the header image from the members; returns 0.
     int HeaderFillIn(unsigned long flags);
-    int HeaderWrite();
+    int HeaderWrite() { return writer_.WriteHeader(); }
 
     /// Whether the current file has reached the size limit.
-    bool CreateFull() const { return dataBytes >= maxFileSize; }
+    bool CreateFull() const { return writer_.Full(); }
     /// How many records a full file holds; 0 when none is being created.
     unsigned long long BlocksInFileEstimateGet() const;
 
     /// Ends a compressed file's stream, and makes the compressor ready for the next;
     /// `zERR_INVALID_STATE` in a raw file.
-    int CreateCloseCompression();
+    int CreateCloseCompression() { return writer_.EndCompression(); }
     /// Ends the current file; the four conditions become header flags. `crcOut`, when given,
     /// receives the file's CRC if its header could be written. The file number advances whatever
     /// the result.
@@ -81,8 +85,8 @@ class ZSBFile {
                     unsigned long* crcOut);
 
     /// Keeps the first error of the current file.
-    void QuadAndBlockErrorSet(int status);
-    void QuadAndBlockErrorClear() { firstError = 0; }
+    void QuadAndBlockErrorSet(int status) { writer_.RecordError(status); }
+    void QuadAndBlockErrorClear() { writer_.ClearError(); }
 
     /// Copies the 660-byte header image; returns 0.
     int CopyZSBHeader(ScanFileHeader_s* out) const;
@@ -126,11 +130,11 @@ class ZSBFile {
     int OpenNext(int mode);
     /// Closes the file and goes on to the next number.
     int OpenNextClose();
-    int OpenClose();
+    int OpenClose() { return reader_.Close(); }
 
     /// Reads the header and tells whether it is one: `zERR_END_OF_FILE` for a file too short,
     /// `zERR_MEDIA_CORRUPTED` for one of another kind.
-    int ReadAndValidateHeader();
+    int ReadAndValidateHeader() { return reader_.ReadHeader(); }
 
     /// Reads every record and checks the file's CRC: `zSCAN_FILE_INVALID` when it does not match or
     /// there are no records.
@@ -143,19 +147,23 @@ class ZSBFile {
     int QuadAndBlockRead(QuadAndBlock_s* out, unsigned long long* offset);
     /// Inflates the next record into 4104 bytes. `zINFLATE_ERROR_BASE` and zlib's result for
     /// damaged data, `zERR_BUFFER_TOO_SMALL` for a record of another length.
-    int QuadAndBlockReadAndInflate(unsigned char* out);
+    int QuadAndBlockReadAndInflate(unsigned char* out) { return reader_.InflateRecord(out); }
 
     /// Reads exactly so many bytes at the data offset.
-    int DataRead(unsigned char* data, unsigned long length);
+    int DataRead(unsigned char* data, unsigned long length) {
+        return reader_.ReadBytes(data, length);
+    }
     /// Reads up to so many bytes at the data offset; returns how many came.
-    unsigned long DataRead2(unsigned char* data, unsigned long length);
+    unsigned long DataRead2(unsigned char* data, unsigned long length) {
+        return reader_.ReadSomeBytes(data, length);
+    }
     /// Skips so many bytes of the open file.
     void DataReadOffsetUpdate(unsigned long length);
 
     /// Reading of single records by an offset that `QuadAndBlockRead` reported:
     /// `zERR_COMPRESSION_NOT_ENABLED` for a compressed file, whose records have none.
     int RandomOpen(const std::string& path);
-    int RandomRead(unsigned offset, QuadAndBlock_s* out);
+    int RandomRead(unsigned offset, QuadAndBlock_s* out) { return reader_.ReadAt(offset, out); }
     int RandomClose() { return OpenClose(); }
 
     /// Header flag 0x002 of the current file, 0 without one.
@@ -172,62 +180,21 @@ class ZSBFile {
     const char* NamePattern() const { return namePattern; }
 
   private:
-    int OpenInternal();
+    bool AnyFileOpen() const { return writer_.IsOpen() || reader_.IsOpen(); }
+    const ScanFileHeader_s& Header() const { return read_ ? reader_.Header() : writer_.Header(); }
+    void SetName(const std::string& path, bool zsb);
     int OpenByPattern(const char* pattern);
     int OpenFirst(std::span<const char* const> patterns);
-    void RewindRecords();
-    int CheckHeader() const;
-    std::uint64_t RecordsEnd() const;
-    int EndOfInflatedRecord(unsigned char* out);
-    int InflateError(int result) const;
-    int BeginCheck(std::uint64_t* records);
-    void WarnAboutType(const QuadAndBlock_s& record);
-    void WarnAboutOrder(const QuadAndBlock_s& record);
-    int CheckCRC();
 
-    bool NumbersFitName() const;
-    std::string NextName(bool zsb) const;
-    void BeginFile();
-    int WriteCompressorOutput();
-    std::uint32_t CreationFlags() const;
-    std::uint32_t CloseFlags(bool lastFile, bool userStop, bool stateChange, bool fourth) const;
-    int CloseStream();
-
-    bool isZSB = true;
-    bool nameValid = false;
-    bool creating = false;
-    int setNumber;
-    bool bypass;
-    bool compress;
-    int compLevel;
-    std::uint32_t fileNumber = 0;
-    PositionedStream writeStream;
-    std::uint32_t createTime = 0;
-    std::uint32_t closeTime = 0;
-    std::uint64_t ZF_CreateEof = 0;
-    std::uint64_t poolBlocks;
-    GUID_t scanID{};
-    std::uint64_t dataBytes = 0;
-    std::uint64_t lastBlockNumber = 0;  // of the previous record; 0 for none
-    bool open = false;
-    bool inflating = false;
-    std::uint32_t readFileNumber = 0;
-    std::uint32_t readSetNumber = 0;
-    PositionedStream readStream;
-    const char* namePattern = nullptr;
-    int openStatus = 0;  // of the header
-    std::uint64_t warnings = 0;
+    ScanFileWriter writer_;
+    ScanFileReader reader_;
+    bool read_ = false;  // the file that stands was opened, not created
     bool trace = false;
-    int firstError = 0;
-    std::uint64_t ZF_DataOffset = kScanFileHeaderSize;
-    std::uint32_t crc;
     std::string ZF_Path;
     std::string fullName;
-    std::string poolName;
-    std::string appendPortion;
-    bool appendSet = false;
-    std::uint64_t maxFileSize;
-    ScanFileHeader_s header{};
-    std::unique_ptr<Deflater> deflater;  // only when compressing
-    std::unique_ptr<Inflater> inflater;  // only while a compressed file is open
+    bool nameValid = false;
+    bool isZSB = true;
+    std::uint32_t readFileNumber = 0;
+    const char* namePattern = nullptr;
+    std::uint64_t warnings = 0;
 };

@@ -1,0 +1,220 @@
+#include "util/common/scanFileReader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <cerrno>
+#include <cstring>
+#include <span>
+#include <utility>
+
+#include "util/common/crc.h"
+#include "util/common/errors.h"
+#include "util/common/log.h"
+#include "util/common/zlibStreams.h"
+
+namespace {
+
+constexpr std::size_t kReadBufferSize = 65'536;
+
+/// Records are reached by seeking, so a pipe is refused, and opening one must not wait for a
+/// writer. Returns 0 or errno.
+int OpenSeekable(const char* path, FileDescriptor& file) {
+    file = FileDescriptor(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat facts {};
+    if (!file.IsOpen() || fstat(file.Get(), &facts) != 0) {
+        return errno;
+    }
+    if (S_ISDIR(facts.st_mode)) {
+        return EISDIR;
+    }
+    return S_ISFIFO(facts.st_mode) ? ESPIPE : 0;
+}
+
+int InflateError(int result) {
+    const int status = zINFLATE_ERROR_BASE + result;
+    LogLine() << "util/common/zsbFile[1924] Error: " << status << "(err is " << result << ").\n";
+    return status;
+}
+
+}  // namespace
+
+ScanFileReader::ScanFileReader() = default;
+
+ScanFileReader::~ScanFileReader() {
+    if (IsOpen()) {
+        Close();
+    }
+}
+
+int ScanFileReader::Open(const std::string& path) {
+    if (IsOpen()) {
+        return zERR_INVALID_STATE;
+    }
+    FileDescriptor file;
+    int error = OpenSeekable(path.c_str(), file);
+    if (error == 0) {
+        error = stream_.Adopt(std::move(file), "rb", kReadBufferSize);
+    }
+    if (error != 0) {
+        LogLine() << "util/common/zsbFile[1782] Could not open " << path << " because "
+                  << std::strerror(error) << '\n';
+        return zERR_ZID_NOT_FOUND;
+    }
+    Rewind();
+    ReadHeader();
+    return 0;
+}
+
+int ScanFileReader::Close() {
+    if (!IsOpen()) {
+        return zERR_INVALID_STATE;
+    }
+    inflater_.reset();
+    inflating_ = false;
+    return stream_.Close() == 0 ? 0 : LogSystemError("STATUS ZSBFile::OpenClose()");
+}
+
+int ScanFileReader::ReadHeader() {
+    if (!IsOpen()) {
+        return zERR_INVALID_STATE;
+    }
+    inflating_ = false;
+    errno = 0;
+    if (stream_.SeekTo(0) != 0 ||
+        stream_.Read(&header_, kScanFileHeaderSize) != kScanFileHeaderSize) {
+        headerStatus_ = stream_.AtEnd() ? zERR_END_OF_FILE : SystemErrorStatus(errno);
+        header_ = {};
+        return headerStatus_;
+    }
+    headerStatus_ = CheckHeader();
+    inflating_ = (header_.flags & kFlagCompressed) != 0 && (header_.flags & kFlagRawAfterAll) == 0;
+    if (inflating_ && inflater_ == nullptr) {
+        inflater_ = std::make_unique<Inflater>();
+    }
+    return headerStatus_;
+}
+
+int ScanFileReader::CheckHeader() const {
+    const bool good = header_.signature == kScanFileSignature &&
+                      header_.trailerSignature == kScanFileSignature &&
+                      header_.headerVersion >= kScanFileOldestVersion &&
+                      header_.headerVersion <= kScanFileVersion;
+    return good ? 0 : zERR_MEDIA_CORRUPTED;
+}
+
+bool ScanFileReader::StreamEnded() const {
+    return inflater_ != nullptr && inflater_->Ended();
+}
+
+void ScanFileReader::Rewind() {
+    crc_ = kScanFileCrcStart;
+    offset_ = kScanFileHeaderSize;
+}
+
+/// Where the records of a raw file end.
+std::uint64_t ScanFileReader::RecordsEnd() const {
+    constexpr std::uint32_t both = kFlagCompressed | kFlagRawAfterAll;
+    return (header_.flags & both) == both ? header_.dataBytes : header_.fileEof;
+}
+
+int ScanFileReader::Read(QuadAndBlock_s* out) {
+    if (!IsOpen()) {
+        return zERR_INVALID_STATE;
+    }
+    auto* bytes = reinterpret_cast<unsigned char*>(out);
+    if (inflating_) {
+        // The last input may hold many records more.
+        const bool atEnd = offset_ >= header_.fileEof && !inflater_->InputPending();
+        return atEnd ? zERR_END_OF_FILE : InflateRecord(bytes);
+    }
+    if (offset_ >= RecordsEnd()) {
+        return zERR_END_OF_FILE;
+    }
+    const int status = ReadBytes(bytes, kRecordSize);
+    if (status == 0) {
+        crc_ = Ostrel::updateCRC(crc_, bytes, kRecordSize);
+    }
+    return status;
+}
+
+int ScanFileReader::ReadAt(std::uint64_t offset, QuadAndBlock_s* out) {
+    if (!IsOpen()) {
+        return zERR_INVALID_STATE;
+    }
+    offset_ = offset;
+    return Read(out);
+}
+
+int ScanFileReader::InflateRecord(unsigned char* out) {
+    if (!inflating_) {
+        return zERR_INVALID_STATE;
+    }
+    if (inflater_->RoomLeft() != 0) {
+        LogLine() << "util/common/zsbFile[1889] Error: 20010\n";
+        return zERR_INVALID_STATE;
+    }
+    inflater_->Offer({out, kRecordSize});
+    while (inflater_->RoomLeft() != 0) {
+        if (!inflater_->InputPending()) {
+            const std::span<unsigned char> input = inflater_->InputBuffer();
+            inflater_->Refilled(ReadSomeBytes(input.data(), input.size()));
+        }
+        const int result = inflater_->Run();
+        if (result == Z_STREAM_END) {
+            return EndOfStream(out);
+        }
+        if (result != Z_OK) {
+            return InflateError(result);
+        }
+    }
+    crc_ = Ostrel::updateCRC(crc_, out, kRecordSize);
+    return 0;
+}
+
+/// The stream has ended: between two records, with the last one, or inside one.
+int ScanFileReader::EndOfStream(const unsigned char* out) {
+    const std::size_t length = kRecordSize - inflater_->RoomLeft();
+    if (length == 0) {
+        // Nothing came, so nothing is incomplete: the next read finds the end again.
+        inflater_->Offer({});
+        return zERR_END_OF_FILE;
+    }
+    crc_ = Ostrel::updateCRC(crc_, out, length);
+    if (length == kRecordSize) {
+        return 0;
+    }
+    LogLine() << "util/common/zsbFile[1946] Size should be 4104 but is " << length
+              << ".  Error: " << zERR_BUFFER_TOO_SMALL << '\n';
+    return zERR_BUFFER_TOO_SMALL;
+}
+
+int ScanFileReader::ReadBytes(unsigned char* data, unsigned long length) {
+    if (!IsOpen()) {
+        return zERR_INVALID_STATE;
+    }
+    errno = 0;  // the end of the file sets none
+    if (stream_.SeekTo(offset_) != 0 || stream_.Read(data, length) != length) {
+        const int status = LogSystemError("ZSBFile::DataRead:");
+        LogLine() << "util/common/zsbFile[1837] Error reading destination file " << length << '\n';
+        return status;
+    }
+    Skip(length);
+    return 0;
+}
+
+unsigned long ScanFileReader::ReadSomeBytes(unsigned char* data, unsigned long length) {
+    if (!IsOpen()) {
+        return 0;
+    }
+    errno = 0;
+    const unsigned long count = stream_.SeekTo(offset_) == 0 ? stream_.Read(data, length) : 0;
+    if (count == 0) {
+        const int status = LogSystemError("ZSBFile::DataRead:");
+        LogLine() << "util/common/zsbFile[1869] Error reading destination file " << length
+                  << " status = " << status << '\n';
+    }
+    Skip(count);
+    return count;
+}
