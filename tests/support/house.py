@@ -40,6 +40,7 @@ ROOMS = (
         lbpMisc
         log
         number
+        orderedWork
         positionedStream
         stableSequence
         unicode
@@ -89,12 +90,15 @@ ROOMS = (
         arguments
         command
         commands
+        failure
         json
         main
         messages
         output
+        outputs
         parser
         program
+        progress
         settings
         statusCommand
         statusMeaning

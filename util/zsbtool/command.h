@@ -1,11 +1,10 @@
 #pragma once
 
 #include <memory>
-#include <stdexcept>
-#include <string>
 
 #include "util/zsbtool/arguments.h"
 #include "util/zsbtool/output.h"
+#include "util/zsbtool/outputs.h"
 #include "util/zsbtool/settings.h"
 
 namespace zsbtool {
@@ -19,17 +18,11 @@ enum class ExitStatus {
 
 /// Ends a command with `kCouldNotRun`; the text is shown behind the program's name. What the
 /// command has written so far is dropped, so it is thrown before `Output::Stream`.
-class Failure : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-    /// "`what`: " and the system's text for the error number.
-    Failure(const std::string& what, int errorNumber);
-};
-
 /// What a command works with.
 struct Frame {
     const Settings& settings;
-    Output& out;
+    Output& out;       ///< standard output
+    Outputs& outputs;  ///< for files and folders that it makes
 };
 
 /// One command: it says what it takes, gets it, and runs once.

@@ -6,6 +6,7 @@
 #include <charconv>
 
 #include "util/zsbtool/commands.h"
+#include "util/zsbtool/failure.h"
 
 // The one file that includes the option parser's header, which takes seconds to compile.
 

@@ -42,7 +42,8 @@ int Execute(int argc, const char* const* argv, Output& out) {
     const Request request = ParseArguments(argc, argv, settings);
     ExitStatus status = ExitStatus::kGood;
     if (request.command != nullptr) {
-        Frame frame{settings, out};
+        Outputs outputs;
+        Frame frame{settings, out, outputs};
         status = request.command->Run(frame);
     } else {
         out << request.text;

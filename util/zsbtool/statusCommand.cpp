@@ -1,4 +1,5 @@
 #include "util/zsbtool/command.h"
+#include "util/zsbtool/failure.h"
 #include "util/zsbtool/json.h"
 #include "util/zsbtool/statusMeaning.h"
 

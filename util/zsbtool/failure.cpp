@@ -1,4 +1,4 @@
-#include "util/zsbtool/command.h"
+#include "util/zsbtool/failure.h"
 
 #include <cstring>
 
