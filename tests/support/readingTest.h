@@ -24,8 +24,7 @@ inline bool operator==(const QuadAndBlock_s& read, const TestRecord& wanted) {
 class ReadingTest : public testing::Test {
   protected:
     static std::unique_ptr<ZSBFile> MakeReader(const std::string& path) {
-        return std::make_unique<ZSBFile>(path.c_str(), nullptr, false, nullptr, false, 0, 0, -1,
-                                         10'485'760);
+        return ZSBFile::ForReading(path.c_str());
     }
 
     std::string Path(const std::string& name) const { return directory_.File(name); }

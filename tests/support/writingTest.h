@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "tests/support/capturedLog.h"
@@ -16,18 +17,27 @@
 namespace support {
 
 inline constexpr GUID_t kScanID{0x01020304, 0x0506, 0x0708, 0x89, 0x0a, {11, 12, 13, 14, 15, 16}};
-inline constexpr unsigned long long kSplit = 10'485'760;
 
 /// How a writer is made; a test changes what it is about.
 struct WriterSettings {
-    std::string poolName = "DATA";
+    std::optional<std::string> poolName = "DATA";
+    const GUID_t* scanID = &kScanID;
     bool bypass = true;
     bool compress = false;
     int setNumber = 0;
     unsigned long long poolBlocks = 4096;
     int level = -1;
-    unsigned long long limit = kSplit;
+    unsigned long long limit = kScanFileSizeLimit;
 };
+
+/// A writer of files whose paths begin with `path`.
+inline std::unique_ptr<ZSBFile> MakeWriter(const std::string& path,
+                                           const WriterSettings& settings = {}) {
+    const std::string* poolName = settings.poolName.has_value() ? &*settings.poolName : nullptr;
+    return std::make_unique<ZSBFile>(path.c_str(), poolName, settings.bypass, settings.scanID,
+                                     settings.compress, settings.setNumber, settings.poolBlocks,
+                                     settings.level, settings.limit);
+}
 
 /// The complement of the usual CRC-32, since the register is stored as it stands.
 inline std::uint32_t RegisterOver(const std::string& records) {
@@ -40,10 +50,7 @@ inline std::uint32_t RegisterOver(const std::string& records) {
 class WritingTest : public testing::Test {
   protected:
     std::unique_ptr<ZSBFile> Make(const WriterSettings& settings = {}) {
-        return std::make_unique<ZSBFile>(directory_.Path().c_str(), &settings.poolName,
-                                         settings.bypass, &kScanID, settings.compress,
-                                         settings.setNumber, settings.poolBlocks, settings.level,
-                                         settings.limit);
+        return MakeWriter(directory_.Path(), settings);
     }
 
     /// Appends a record and remembers it.

@@ -9,10 +9,10 @@
 
 /// What the scan files of one set have in common.
 struct ScanFileSettings {
-    std::string path;              ///< put before every file's name as it stands
-    std::string poolName;          ///< at most 63 characters
-    bool bypass = false;           ///< the pool is not locked
-    std::optional<GUID_t> scanID;  ///< of the run; without one a new one is generated
+    std::string path;  ///< put before every file's name as it stands
+    std::string poolName = "TheDefaultPoolNameForRead";  ///< at most 63 characters
+    bool bypass = false;                                 ///< the pool is not locked
+    std::optional<GUID_t> scanID{};  ///< of the run; without one a new one is generated
     bool compress = false;
     int setNumber = 0;
     std::uint64_t poolBlocks = 0;                  ///< the device's size in blocks

@@ -1,33 +1,36 @@
 #include "util/common/zsbFile.h"
 
 #include <algorithm>
-#include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "util/common/errors.h"
 #include "util/common/log.h"
 #include "util/common/scanFileCheck.h"
 
-namespace {
-
-/// What a set that is only read is called.
-constexpr const char* kNoPoolName = "TheDefaultPoolNameForRead";
-
-}  // namespace
-
 ZSBFile::ZSBFile(const char* zsbFilePath, const std::string* givenPoolName, bool bypassing,
                  const GUID_t* givenScanID, bool compressing, int set, unsigned long long blocks,
                  int compSpeed, unsigned long long sizeLimit)
-    : writer_({.path = zsbFilePath,
-               .poolName = givenPoolName != nullptr ? *givenPoolName : kNoPoolName,
+    : ZSBFile({.path = zsbFilePath,
+               .poolName = givenPoolName != nullptr ? *givenPoolName : ScanFileSettings().poolName,
                .bypass = bypassing,
                .scanID = givenScanID != nullptr ? std::optional(*givenScanID) : std::nullopt,
                .compress = compressing,
                .setNumber = set,
                .poolBlocks = blocks,
                .level = compSpeed,
-               .sizeLimit = sizeLimit}),
-      ZF_Path(zsbFilePath) {}
+               .sizeLimit = sizeLimit}) {}
+
+ZSBFile::ZSBFile(ScanFileSettings settings)
+    : writer_(settings), ZF_Path(std::move(settings.path)) {}
+
+std::unique_ptr<ZSBFile> ZSBFile::ForReading(const char* zsbFilePath, const std::string* poolName) {
+    ScanFileSettings settings{.path = zsbFilePath};
+    if (poolName != nullptr) {
+        settings.poolName = *poolName;
+    }
+    return std::make_unique<ZSBFile>(std::move(settings));
+}
 
 ZSBFile::~ZSBFile() = default;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 
@@ -28,6 +29,12 @@ class ZSBFile {
     ZSBFile(const char* zsbFilePath, const std::string* givenPoolName, bool bypassing,
             const GUID_t* givenScanID, bool compressing, int set, unsigned long long blocks,
             int compSpeed, unsigned long long sizeLimit);
+    explicit ZSBFile(ScanFileSettings settings);
+
+    /// For a set that is only read; its pool name is checked and not used. Throws as the
+    /// constructor does.
+    static std::unique_ptr<ZSBFile> ForReading(const char* zsbFilePath,
+                                               const std::string* poolName = nullptr);
 
     /// Closes what is open: a file still being written as one that the operator stopped.
     virtual ~ZSBFile();

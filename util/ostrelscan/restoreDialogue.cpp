@@ -18,12 +18,6 @@ namespace {
 
 constexpr const char* kConsentQuestion = "Do you wish to restore the pool? ";
 
-/// Reads the set at `path`, whatever pool it is of. Throws as the reader does.
-std::unique_ptr<ZSBFile> MakeReader(const char* path) {
-    return std::make_unique<ZSBFile>(path, nullptr, false, nullptr, false, 0, 0, -1,
-                                     kScanFileSizeLimit);
-}
-
 }  // namespace
 
 unsigned UserInterface::RunRestore(const char* path, const char* device, const char* poolName,
@@ -103,7 +97,7 @@ bool UserInterface::RESTORE_Validate_Operation(const RestoreOptions& options) {
 bool UserInterface::ReadPoolName(const char* path, std::string* poolName) {
     std::unique_ptr<ZSBFile> file;
     try {
-        file = MakeReader(path);
+        file = ZSBFile::ForReading(path);
     } catch (const std::exception& failure) {
         LogLine() << "Exception while attempting to open a ZSBFile Object:  " << failure.what()
                   << '\n';

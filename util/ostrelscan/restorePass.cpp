@@ -63,8 +63,7 @@ int ScanEngine::CheckSuperblockForRestore() {
 
 std::unique_ptr<ZSBFile> ScanEngine::MakeReader() {
     const std::string poolName = restoreOptions_->poolName;
-    return std::make_unique<ZSBFile>(restoreOptions_->path, &poolName, false, nullptr, false, 0, 0,
-                                     -1, kScanFileSizeLimit);
+    return ZSBFile::ForReading(restoreOptions_->path, &poolName);
 }
 
 /// Whatever was written reaches the device, also when the restore failed on the way.

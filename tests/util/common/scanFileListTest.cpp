@@ -12,6 +12,7 @@
 
 #include "tests/support/capturedLog.h"
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/writingTest.h"
 #include "util/common/scanFileList.h"
 #include "util/common/zsbFile.h"
 
@@ -27,9 +28,6 @@ std::string TextOf(const ScanFileFacts& facts) {
 
 class History : public testing::Test {
   protected:
-    History()
-        : writer_(directory_.Path().c_str(), nullptr, true, nullptr, false, 0, 0, -1, 10'485'760) {}
-
     /// Creates the next file and enters it; its path.
     std::string Create() {
         const int status = writer_.CreateNext(true);
@@ -57,7 +55,8 @@ class History : public testing::Test {
 
     support::TemporaryDirectory directory_;
     support::CapturedLog log_;
-    ZSBFile writer_;
+    const std::unique_ptr<ZSBFile> file_ = support::MakeWriter(directory_.Path());
+    ZSBFile& writer_ = *file_;
     ScanFileList list_;
 };
 
@@ -122,8 +121,8 @@ TEST_F(History, ListsAFileWhoseCreationFailed) {
 }
 
 TEST_F(History, ListsAFileThatCouldNotBeNamed) {
-    ZSBFile unnameable("./", nullptr, true, nullptr, false, 100, 0, -1, 10'485'760);
-    list_.LogTrackCreate(unnameable, unnameable.CreateNext(true));
+    const auto unnameable = support::MakeWriter("./", {.setNumber = 100});
+    list_.LogTrackCreate(*unnameable, unnameable->CreateNext(true));
     EXPECT_EQ(TextOf(list_.ScanFileFactsLast()), "\t20008\t18446744073709551615\t0\t0");
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,7 +48,8 @@ class ZSBFileCheck : public testing::Test {
     support::TemporaryDirectory directory_;
     const std::string path_ = directory_.File("image.ZRB");
     support::CapturedLog log_;
-    ZSBFile file_{directory_.Path().c_str(), nullptr, false, nullptr, false, 0, 0, -1, 10'485'760};
+    const std::unique_ptr<ZSBFile> opened_ = ZSBFile::ForReading(directory_.Path().c_str());
+    ZSBFile& file_ = *opened_;
     QuadAndBlock_s found_{};
     const std::vector<TestRecord> records_{MakeTestRecord(3), MakeTestRecord(7, "BRCH"),
                                            MakeTestRecord(9, "PASM")};

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -55,32 +56,32 @@ class DamagedFile : public testing::Test {
     static constexpr std::size_t kTooMany = 4;
 
     Outcome ReadToTheEnd() {
-        ZSBFile file = Reader();
+        const auto file = Reader();
         Outcome outcome;
-        EXPECT_EQ(file.Open(path_), 0);
+        EXPECT_EQ(file->Open(path_), 0);
         QuadAndBlock_s record{};
-        while ((outcome.status = file.QuadAndBlockRead(&record, nullptr)) == 0 &&
+        while ((outcome.status = file->QuadAndBlockRead(&record, nullptr)) == 0 &&
                outcome.records.size() < kTooMany) {
             outcome.records.push_back({record.blockNumber, {record.block, sizeof record.block}});
         }
         // The end is final, whatever it was.
-        EXPECT_NE(file.QuadAndBlockRead(&record, nullptr), 0);
+        EXPECT_NE(file->QuadAndBlockRead(&record, nullptr), 0);
         char name[128];
-        file.SFHGet_PoolName(name, sizeof name);
-        EXPECT_EQ(file.OpenClose(), 0);
+        file->SFHGet_PoolName(name, sizeof name);
+        EXPECT_EQ(file->OpenClose(), 0);
         return outcome;
     }
 
     int Validate() {
-        ZSBFile file = Reader();
-        EXPECT_EQ(file.Open(path_), 0);
-        const int status = file.OpenValidate();
-        EXPECT_EQ(file.OpenClose(), 0);
+        const auto file = Reader();
+        EXPECT_EQ(file->Open(path_), 0);
+        const int status = file->OpenValidate();
+        EXPECT_EQ(file->OpenClose(), 0);
         return status;
     }
 
-    ZSBFile Reader() const {
-        return {directory_.Path().c_str(), nullptr, false, nullptr, false, 0, 0, -1, 10'485'760};
+    std::unique_ptr<ZSBFile> Reader() const {
+        return ZSBFile::ForReading(directory_.Path().c_str());
     }
 
     static bool IsFrontOf(const std::vector<TestRecord>& part,
@@ -115,13 +116,13 @@ class DamagedFileKind : public DamagedFile, public testing::WithParamInterface<D
 
 TEST_P(DamagedFileKind, EndsWithItsStatusAndText) {
     GetParam().image.Write(path_);
-    ZSBFile file = Reader();
-    ASSERT_EQ(file.Open(path_), 0);
+    const auto file = Reader();
+    ASSERT_EQ(file->Open(path_), 0);
     QuadAndBlock_s record{};
     const std::size_t before = log_.Text().size();
     std::size_t count = 0;
     int status = 0;
-    while ((status = file.QuadAndBlockRead(&record, nullptr)) == 0 && count < kTooMany) {
+    while ((status = file->QuadAndBlockRead(&record, nullptr)) == 0 && count < kTooMany) {
         ++count;
     }
     EXPECT_EQ(count, GetParam().recordsRead);

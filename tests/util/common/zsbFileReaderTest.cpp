@@ -6,6 +6,7 @@
 
 #include "tests/support/openFiles.h"
 #include "tests/support/readingTest.h"
+#include "tests/support/writingTest.h"
 
 namespace {
 
@@ -268,14 +269,13 @@ TEST_F(ZSBFileReader, RandomOpenRefusesACompressedFileAndLeavesNoneOpen) {
 }
 
 TEST_F(ZSBFileReader, ReadsASetThatItsOwnWriterMade) {
-    const std::string pool = "DATA";
-    ZSBFile writer(directory_.Path().c_str(), &pool, false, nullptr, true, 0, 16, -1, 10'485'760);
-    ASSERT_EQ(writer.CreateNext(false), 0);
+    const auto writer = support::MakeWriter(directory_.Path(), {.compress = true});
+    ASSERT_EQ(writer->CreateNext(false), 0);
     QuadAndBlock_s record{};
     record.blockNumber = records_[0].number;
     records_[0].block.copy(record.block, sizeof record.block);
-    ASSERT_EQ(writer.QuadAndBlockWrite(&record), 0);
-    ASSERT_EQ(writer.CreateClose(true, false, false, false, nullptr), 0);
+    ASSERT_EQ(writer->QuadAndBlockWrite(&record), 0);
+    ASSERT_EQ(writer->CreateClose(true, false, false, false, nullptr), 0);
     ASSERT_EQ(file_->OpenNext(6), 0);
     EXPECT_EQ(CurrentName(), "C0000000.ZRB");
     EXPECT_EQ(file_->BlocksInFileGet(), 1U);

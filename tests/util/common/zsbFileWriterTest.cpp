@@ -18,16 +18,17 @@
 namespace {
 
 using support::kScanID;
-using support::kSplit;
+using support::MakeWriter;
 using support::RegisterOver;
 using support::ScanFileParts;
 using ::testing::HasSubstr;
 
 class Writer : public support::WritingTest {};
 
-std::string ThrownBy(const char* path, const std::string* poolName, int level, bool compress) {
+std::string ThrownBy(const std::string& path, const std::optional<std::string>& poolName, int level,
+                     bool compress) {
     try {
-        const ZSBFile file(path, poolName, true, &kScanID, compress, 0, 0, level, kSplit);
+        MakeWriter(path, {.poolName = poolName, .compress = compress, .level = level});
     } catch (const std::invalid_argument& failure) {
         return failure.what();
     }
@@ -37,40 +38,38 @@ std::string ThrownBy(const char* path, const std::string* poolName, int level, b
 TEST_F(Writer, AcceptsAPoolNameOf63CharactersAndRefuses64) {
     const std::string longest(63, 'P');
     const std::string tooLong(64, 'P');
-    EXPECT_EQ(ThrownBy("./", &longest, -1, false), "nothing");
-    EXPECT_EQ(ThrownBy("./", &tooLong, -1, false), "Poolname is too long");
+    EXPECT_EQ(ThrownBy("./", longest, -1, false), "nothing");
+    EXPECT_EQ(ThrownBy("./", tooLong, -1, false), "Poolname is too long");
 }
 
 TEST_F(Writer, AcceptsAPathOf511CharactersAndRefuses512) {
     const std::string longest(511, '/');
     const std::string tooLong(512, '/');
-    EXPECT_EQ(ThrownBy(longest.c_str(), nullptr, -1, false), "nothing");
-    EXPECT_EQ(ThrownBy(tooLong.c_str(), nullptr, -1, false),
-              "strlen( zsbFilePath ) >= sizeof( ZF_Path )");
+    EXPECT_EQ(ThrownBy(longest, {}, -1, false), "nothing");
+    EXPECT_EQ(ThrownBy(tooLong, {}, -1, false), "strlen( zsbFilePath ) >= sizeof( ZF_Path )");
 }
 
 TEST_F(Writer, AcceptsLevelsUpTo9AndRefuses10) {
     for (int level = -1; level <= 9; ++level) {
-        EXPECT_EQ(ThrownBy("./", nullptr, level, true), "nothing") << level;
+        EXPECT_EQ(ThrownBy("./", {}, level, true), "nothing") << level;
     }
     for (const bool compress : {false, true}) {
-        EXPECT_EQ(ThrownBy("./", nullptr, 10, compress),
+        EXPECT_EQ(ThrownBy("./", {}, 10, compress),
                   "(compSpeed > Z_BEST_COMPRESSION) || (compSpeed != Z_DEFAULT_COMPRESSION)");
     }
 }
 
 TEST_F(Writer, LeavesLevelsBelowMinus1ToZlib) {
-    EXPECT_EQ(ThrownBy("./", nullptr, -2, false), "nothing");
-    EXPECT_EQ(ThrownBy("./", nullptr, -2, true), "deflateInit is not happy");
+    EXPECT_EQ(ThrownBy("./", {}, -2, false), "nothing");
+    EXPECT_EQ(ThrownBy("./", {}, -2, true), "deflateInit is not happy");
     EXPECT_THAT(log_.Text(), HasSubstr("deflateInit error: fffffffe\n"));
 }
 
 TEST_F(Writer, ChecksThePoolNameBeforeThePathBeforeTheLevel) {
     const std::string name(64, 'P');
     const std::string path(512, '/');
-    EXPECT_EQ(ThrownBy(path.c_str(), &name, 10, false), "Poolname is too long");
-    EXPECT_EQ(ThrownBy(path.c_str(), nullptr, 10, false),
-              "strlen( zsbFilePath ) >= sizeof( ZF_Path )");
+    EXPECT_EQ(ThrownBy(path, name, 10, false), "Poolname is too long");
+    EXPECT_EQ(ThrownBy(path, {}, 10, false), "strlen( zsbFilePath ) >= sizeof( ZF_Path )");
 }
 
 TEST_F(Writer, WarnsOfAnyZlibButTheExpectedOne) {
@@ -138,10 +137,8 @@ TEST_F(Writer, AcceptsAPrefixOf31CharactersAndRefuses32) {
 }
 
 TEST_F(Writer, UsesThePathAsItStands) {
-    const std::string prefix = Path("set-");
-    const std::string pool = "DATA";
-    ZSBFile file(prefix.c_str(), &pool, true, &kScanID, false, 0, 0, -1, kSplit);
-    ASSERT_EQ(file.CreateNext(true), 0);
+    const auto file = MakeWriter(Path("set-"));
+    ASSERT_EQ(file->CreateNext(true), 0);
     EXPECT_TRUE(std::filesystem::exists(Path("set-T0000000.ZSB")));
 }
 
@@ -231,10 +228,10 @@ TEST_F(Writer, WidensEachByteOfThePoolName) {
 }
 
 TEST_F(Writer, GeneratesAScanIDAndNamesNoPoolWhenItIsOnlyToRead) {
-    ZSBFile file(directory_.Path().c_str(), nullptr, false, nullptr, false, 0, 0, -1, kSplit);
-    ASSERT_EQ(file.CreateNext(false), 0);
+    const auto file = ZSBFile::ForReading(directory_.Path().c_str());
+    ASSERT_EQ(file->CreateNext(false), 0);
     GUID_t scanID{};
-    file.SFHGet_ScanID(&scanID);
+    file->SFHGet_ScanID(&scanID);
     EXPECT_EQ(Ostrel::LB_GUIDValidate(&scanID), 1);
     const ScanFileParts parts = Parts("T0000000.ZRB");
     std::string name;
@@ -354,7 +351,7 @@ TEST_F(Writer, EstimatesTheRecordsOfAFileWhileItIsCreated) {
     const struct {
         unsigned long long limit;
         unsigned long long records;
-    } rows[] = {{kSplit, 2555}, {660, 0}, {661, 1}, {660 + 4104, 1}, {661 + 4104, 2}};
+    } rows[] = {{kScanFileSizeLimit, 2555}, {660, 0}, {661, 1}, {660 + 4104, 1}, {661 + 4104, 2}};
     for (const auto& row : rows) {
         const auto file = Make({.limit = row.limit});
         EXPECT_EQ(file->BlocksInFileEstimateGet(), 0U);

@@ -18,6 +18,7 @@
 #include "tests/support/poolBlocks.h"
 #include "tests/support/poolTypes.h"
 #include "tests/support/scanFileParts.h"
+#include "tests/support/writingTest.h"
 #include "util/common/zsbFile.h"
 
 namespace {
@@ -466,12 +467,11 @@ TEST_F(DumpPass, SavesEveryTypeOfBlock) {
 TEST_F(DumpPass, FillsOneFileUnderTheOlderNameToo) {
     WriteDevice({MakeBlock(""), MakeBlock("sbo5"), MakeBlock("LEAF")});
     Run(engine_);
-    const std::string pool = "DATA";
-    ZSBFile file(directory_.Path().c_str(), &pool, true, nullptr, false, 98, 3, -1, 10'485'760);
-    ASSERT_EQ(file.CreateNext(true), 0);
+    const auto file = support::MakeWriter(directory_.Path(), {.setNumber = 98});
+    ASSERT_EQ(file->CreateNext(true), 0);
     // The range of a pass that did not begin is block 0 alone.
-    EXPECT_EQ(engine_.RunDumpFillSingleZSBFile(file), 0);
-    ASSERT_EQ(file.CreateClose(true, false, false, false, nullptr), 0);
+    EXPECT_EQ(engine_.RunDumpFillSingleZSBFile(*file), 0);
+    ASSERT_EQ(file->CreateClose(true, false, false, false, nullptr), 0);
     EXPECT_EQ(ScanFileParts(directory_.File("T9800000.ZSB")).Data(), MakeRecord(0, MakeBlock("")));
 }
 
