@@ -19,8 +19,11 @@ class Room:
     name: str
     floor: str
     folder: str
-    may_include: tuple  # the names of other rooms
+    may_include: tuple  # other rooms, by their names or a floor of them
     lines: str
+
+    def names(self):
+        return {self.name, self.floor}
 
     def parts(self):
         """The path stems of each part's files, by the part's name."""
@@ -45,18 +48,25 @@ ROOMS = (
         stableSequence
         unicode
     """),
-    Room("scan files", "1, left wing", "util/common", ("base",), """
+    Room("scan file format", "1 left", "util/common", ("0",), """
+        scanFileFormat
+        scanFileSettings
+        zlibStreams
+    """),
+    Room("scan file writer", "1 left", "util/common", ("0", "scan file format"), """
+        scanFileWriter
+    """),
+    Room("scan file reader", "1 left", "util/common", ("0", "scan file format"), """
         scanFileCheck
         scanFileFit
-        scanFileFormat
-        scanFileList
         scanFileReader
-        scanFileSettings
-        scanFileWriter
-        zlibStreams
+    """),
+    Room("scan files", "1 left", "util/common",
+         ("0", "scan file format", "scan file writer", "scan file reader"), """
+        scanFileList
         zsbFile zsbFileOpen
     """),
-    Room("pool control", "1, right wing", "util/common", ("base",), """
+    Room("pool control", "1 right", "util/common", ("0",), """
         heb hebConsumer hebFamilies
         ostrelVFS vfsManageCmd
         poolLock
@@ -65,7 +75,7 @@ ROOMS = (
         serviceFiles
         tXML tXMLAttributes tXMLPath tXMLReply
     """),
-    Room("engine", "2", "util/ostrelscan", ("base", "scan files", "pool control"), """
+    Room("engine", "2", "util/ostrelscan", ("0", "1 left", "1 right"), """
         blockSelector
         failedReads
         poolDevice
@@ -73,20 +83,19 @@ ROOMS = (
         scanEngine dumpPass restorePass
         scanOptions
     """),
-    Room("screen", "3", "util/ostrelscan", ("base", "scan files", "pool control", "engine"), """
+    Room("screen", "3", "util/ostrelscan", ("0", "1 left", "1 right", "2"), """
         progress
         scanUI restoreDialogue
         screenInterface
         screenLayout
         screenTerminal
     """),
-    Room("command line", "4", "util/ostrelscan",
-         ("base", "scan files", "pool control", "engine", "screen"), """
+    Room("command line", "4", "util/ostrelscan", ("0", "1 left", "1 right", "2", "3"), """
         commandLine run usage
         main
         programName
     """),
-    Room("companion", "beside 2 to 4", "util/zsbtool", ("base", "scan files"), """
+    Room("companion", "beside", "util/zsbtool", ("0", "1 left"), """
         arguments
         command
         commands
@@ -105,19 +114,19 @@ ROOMS = (
         table
         text
     """),
-    Room("wire", "apart", "sim", (), """
+    Room("wire", "sim", "sim", (), """
         busEvent
         guidText
         statuses
         textTools
         wire
     """),
-    Room("bus library", "apart", "sim", ("wire",), """
+    Room("bus library", "sim", "sim", ("wire",), """
         busClient
         busRecords
         hebusLibrary
     """),
-    Room("service", "apart", "sim", ("wire",), """
+    Room("service", "sim", "sim", ("wire",), """
         busHub
         changes
         deviceFile
@@ -134,7 +143,7 @@ ROOMS = (
         simulation
         trace
     """),
-    Room("control", "apart", "sim", ("wire", "service"), """
+    Room("control", "sim", "sim", ("wire", "service"), """
         control
         controlArguments
         controlCommands
@@ -149,13 +158,13 @@ class Library:
     """What is touched by some parts alone."""
     name: str
     touch: str      # a line that touches it
-    owners: tuple   # rooms or parts
+    owners: tuple   # floors, rooms or parts
 
 
 LIBRARIES = (
     Library("curses", r"#\s*include <(n?curses|term|panel|menu|form)\b",
             ("screenInterface", "screenTerminal")),
-    Library("zlib", r"#\s*include <z(lib|conf)\.h>", ("scan files", "crc")),
+    Library("zlib", r"#\s*include <z(lib|conf)\.h>", ("1 left", "crc")),
     Library("the bus library", r"#\s*include <dlfcn\.h>|\buserHeb", ("heb", "hebusLibrary")),
     Library("libfuse", r"#\s*include <fuse", ("fuseFiles",)),
     Library("the option parser", r"#\s*include <CLI/", ("parser",)),
@@ -207,7 +216,7 @@ def forbidden(tree, rooms):
         room = homed[name][0]
         if included not in tree:
             yield f"{name} includes {included}, which is no file of the house"
-        elif included in homed and homed[included][0].name not in (room.name, *room.may_include):
+        elif included in homed and not homed[included][0].names() & {room.name, *room.may_include}:
             yield f"{name} ({room.name}) includes {included} ({homed[included][0].name})"
 
 
@@ -241,8 +250,8 @@ def trespasses(tree, rooms, libraries=LIBRARIES):
     for library in libraries:
         for name in tree:
             room, part = homed.get(name, (None, name))
-            if not {room and room.name, part.rsplit("/", 1)[1]} & set(library.owners) and \
-                    re.search(library.touch, tree[name]):
+            known = {part.rsplit("/", 1)[1], *(room.names() if room else ())}
+            if re.search(library.touch, tree[name]) and not known & set(library.owners):
                 yield f"{name} touches {library.name}"
 
 
@@ -267,10 +276,10 @@ def as_table(rooms=ROOMS):
 
 
 def shown_table(text):
-    """The lines of a document that show the table."""
+    """The lines of a document up to the table's end, whatever a merge left between them."""
     lines = text.splitlines()
     start = next(at for at, line in enumerate(lines) if line.startswith("| floor "))
-    return list(itertools.takewhile(lambda line: line.startswith("|"), lines[start:]))
+    return list(itertools.takewhile(str.strip, lines[start:]))
 
 
 def write_table():
