@@ -97,10 +97,12 @@ ROOMS = (
     """),
     Room("companion", "beside", "util/zsbtool", ("0", "1 left"), """
         arguments
+        badBlocksCommand
         command
         commands
         failure
         json
+        logCommand
         main
         messages
         output
@@ -108,6 +110,7 @@ ROOMS = (
         parser
         program
         progress
+        runLog
         settings
         statusCommand
         statusMeaning

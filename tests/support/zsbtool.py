@@ -1,6 +1,7 @@
 """Runs zsbtool as a person types it, and holds what it prints for programs against its schema."""
 
 import dataclasses
+import datetime
 import functools
 import json
 import os
@@ -44,6 +45,12 @@ def run(*arguments, env=None, timeout=120, before=(), **how):
     done = subprocess.run(argv, env={**os.environ, **(env or {})}, timeout=timeout, check=False,
                           **how)
     return Run(done.returncode, done.stdout or b"", (done.stderr or b"").decode())
+
+
+def iso_time(seconds):
+    """A time as it stands in a document."""
+    return datetime.datetime.fromtimestamp(seconds, datetime.timezone.utc).strftime(
+        "%Y-%m-%dT%H:%M:%SZ")
 
 
 def _no_twins(pairs):

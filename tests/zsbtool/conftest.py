@@ -1,4 +1,4 @@
-"""Puts tests/support on the path."""
+"""Puts tests/support on the path and hands its parts to the tests as fixtures."""
 
 import os
 import pathlib
@@ -8,7 +8,25 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
 
+import loopdev  # noqa: E402
+import pools  # noqa: E402
+
 GOLDEN = pathlib.Path(__file__).resolve().parent / "golden"
+
+
+@pytest.fixture(scope="session")
+def pool():
+    """pools.pool: makes or finds a sample pool."""
+    return pools.pool
+
+
+@pytest.fixture
+def fault_loop():
+    """loopdev.fault_loop, where FUSE and loop devices can be had."""
+    for answer in (loopdev.have_fuse(), loopdev.have_loop()):
+        if not answer:
+            pytest.skip(answer.why)
+    return loopdev.fault_loop
 
 
 @pytest.fixture

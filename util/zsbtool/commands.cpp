@@ -3,6 +3,8 @@
 // One line for each command, in the order of the help: its row stands in its own source file.
 // clang-format off
 #define ZSBTOOL_COMMANDS(command) \
+    command(kBadBlocksCommand) \
+    command(kLogCommand) \
     command(kStatusCommand)
 // clang-format on
 

@@ -150,6 +150,13 @@ std::unique_lock<std::mutex> Outputs::Hold() {
     return std::unique_lock(mutex_);
 }
 
+void Outputs::Discard(const std::string& path) noexcept {
+    const std::lock_guard hold(mutex_);
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+    halfMade_.erase(path);
+}
+
 void Outputs::Watch() {
     pollfd sources[] = {{signals_.Get(), POLLIN, 0}, {stop_.Get(), POLLIN, 0}};
     while (poll(sources, std::size(sources), -1) < 0 && errno == EINTR) {
@@ -193,9 +200,7 @@ OutputFile::OutputFile(Outputs& outputs, const std::string& path)
 
 OutputFile::~OutputFile() {
     if (!temporary_.empty()) {
-        const auto hold = outputs_.Hold();
-        unlink(temporary_.c_str());
-        outputs_.Forget(temporary_);
+        outputs_.Discard(temporary_);
     }
 }
 
@@ -230,34 +235,30 @@ OutputFolder::OutputFolder(Outputs& outputs, const std::string& path)
     if (mkdtemp(name.data()) == nullptr) {
         Fail(path_, errno);
     }
-    outputs_.Add(name);
+    temporary_ = name;
+    outputs_.Add(temporary_);
     chmod(name.c_str(), FileRights() | ((FileRights() & 0444) >> 2));
-    temporary_ = name + '/';
 }
 
 OutputFolder::~OutputFolder() {
     if (!committed_) {
-        const auto hold = outputs_.Hold();
-        std::error_code ignored;
-        fs::remove_all(WithoutSlash(temporary_), ignored);
-        outputs_.Forget(WithoutSlash(temporary_));
+        outputs_.Discard(temporary_);
     }
 }
 
 void OutputFolder::Commit() {
     for (const std::string& name : NamesIn(temporary_)) {
-        Sync(temporary_ + name);
+        Sync(Path() + name);
     }
     Sync(temporary_);
-    const std::string made = WithoutSlash(temporary_);
     const auto hold = outputs_.Hold();
     if (existed_) {
         MoveInto();
-    } else if (rename(made.c_str(), path_.c_str()) != 0) {
+    } else if (rename(temporary_.c_str(), path_.c_str()) != 0) {
         Fail(path_, errno);
     }
     committed_ = true;
-    outputs_.Forget(made);
+    outputs_.Forget(temporary_);
     Sync(existed_ ? path_ : FolderOf(path_));
 }
 
@@ -265,7 +266,7 @@ void OutputFolder::MoveInto() {
     std::vector<std::string> moved;
     for (const std::string& name : NamesIn(temporary_)) {
         const std::string to = path_ + '/' + name;
-        if (rename((temporary_ + name).c_str(), to.c_str()) != 0) {
+        if (rename((Path() + name).c_str(), to.c_str()) != 0) {
             const int error = errno;
             for (const std::string& done : moved) {
                 unlink(done.c_str());
@@ -274,7 +275,7 @@ void OutputFolder::MoveInto() {
         }
         moved.push_back(to);
     }
-    rmdir(WithoutSlash(temporary_).c_str());
+    rmdir(temporary_.c_str());
 }
 
 }  // namespace zsbtool

@@ -27,6 +27,9 @@ class Outputs {
     /// is made on the main thread while it is the only one.
     std::unique_lock<std::mutex> Hold();
 
+    /// Removes what is half made, a file or a folder.
+    void Discard(const std::string& path) noexcept;
+
     // Under `Hold`.
 
     void Add(const std::string& path) { halfMade_.insert(path); }
@@ -79,7 +82,7 @@ class OutputFolder {
     OutputFolder& operator=(const OutputFolder&) = delete;
 
     /// Where the files are to be made; it ends in "/". Several threads may make theirs.
-    const std::string& Path() const { return temporary_; }
+    std::string Path() const { return temporary_ + '/'; }
     /// Syncs every file and gives the folder, or in an existing one its files, their names: in
     /// descending order, so that the first file of a set comes last.
     void Commit();

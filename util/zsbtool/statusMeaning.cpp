@@ -146,9 +146,9 @@ std::optional<StatusMeaning> FromSystem(std::int32_t number) {
     if (name == nullptr || text == nullptr) {
         return {};
     }
-    // Runs that fail with a message of their own say 1.
-    const std::string more = number == 1 ? ", or a failure that the log tells in words" : "";
-    return StatusMeaning{number, "system", name, text + more};
+    // Runs that fail with a message of their own say 1, too.
+    const std::string before = number == 1 ? "a failure that the log tells in words, or: " : "";
+    return StatusMeaning{number, "system", name, before + text};
 }
 
 std::optional<StatusMeaning> FromOwn(std::int32_t number) {
