@@ -1,9 +1,5 @@
 """The operator's screen during and after a save, cell by cell."""
 
-import os
-import subprocess
-import time
-
 import pytest
 
 import ostrelscan
@@ -216,18 +212,6 @@ def test_a_save_whose_thread_cannot_be_started_says_so(tmp_path):
         "util/ostrelscan/scanUI[506]Status is b", "deleting the UI_ScreenID object"]
 
 
-def test_keys_typed_during_the_run_are_taken_by_the_repaints(tmp_path):
-    with saving.running(tmp_path, wait=False) as (terminal, feed):
-        terminal.wait_for(shows_blocks(0), timeout=30)
-        for key in ("enter", "escape", "up", "f1"):
-            terminal.key(key)
-        terminal.send("qn")
-        stays_up(terminal)
-        for _ in range(3):
-            feed.block()
-        assert terminal.wait_exit(60) == 0
-
-
 @pytest.mark.parametrize("term", [None, "", "no-such-terminal", "unknown"])
 def test_a_terminal_that_cannot_be_had_ends_the_run_at_once(tmp_path, term):
     run = saving.run_on_terminal(saving.arguments("none"), tmp_path, term=term)
@@ -259,45 +243,6 @@ def test_the_terminal_gets_its_modes_back(pool, pool_device, tmp_path):
     assert [(run.status, run.restored) for run in (good, bad)] == [(0, True), (1, True)]
     assert good.text.strip() == ""
     assert bad.text.strip() == saving.failed_line(1)
-
-
-@pytest.mark.parametrize("redirect", [
-    "</dev/null", "<&-", ">out", "</dev/null >out", "2>err", ">&-", "<&- >&-", "<&- >&- 2>&-"])
-def test_an_automatic_save_needs_no_standard_streams(pool, pool_device, tmp_path, redirect):
-    made = pool(size="1M")
-    with pool_device(made) as device:
-        run = saving.run_on_terminal(["--automatic", *saving.arguments(device)], tmp_path,
-                                     redirect=redirect)
-    assert (run.status, run.restored) == (0, True)
-    saving.assert_saved(tmp_path, saving.expected(made.path))
-    assert run.log_run.closed
-    assert "\x1b" not in run.log
-    if "2>err" in redirect:
-        assert (tmp_path / "err").read_bytes() == b""
-
-
-def test_an_automatic_save_does_not_wait_for_a_pipe_that_stays_open(pool, pool_device, tmp_path):
-    made = pool(size="1M")
-    reader, writer = os.pipe()
-    try:
-        with pool_device(made) as device:
-            done = subprocess.run(
-                [ostrelscan.tool(), "--automatic", *saving.arguments(device)], cwd=tmp_path,
-                stdin=reader, capture_output=True, check=False, timeout=60,
-                env={**os.environ, "TERM": "xterm"})
-    finally:
-        os.close(reader)
-        os.close(writer)
-    assert (done.returncode, done.stderr) == (0, b"")
-    saving.assert_saved(tmp_path, saving.expected(made.path))
-
-
-def test_the_pause_ends_with_the_end_of_standard_input(pool, pool_device, tmp_path):
-    with pool_device(pool(size="1M")) as device:
-        begun = time.monotonic()
-        run = saving.run_on_terminal(saving.arguments(device), tmp_path, redirect="</dev/null")
-    assert (run.status, run.restored) == (0, True)
-    assert time.monotonic() - begun < 30
 
 
 def test_an_interrupt_gives_the_terminal_back(tmp_path):

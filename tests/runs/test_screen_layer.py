@@ -266,7 +266,7 @@ def test_type_ahead_can_be_thrown_away():
         terminal.send("abc")
         terminal.wait_for("eaten")
         terminal.send("d")
-        assert report(terminal) == "key 100"
+        assert report(terminal) == "dry 1 key 100"
 
 
 # Output
@@ -362,6 +362,19 @@ def test_without_a_size_only_the_top_left_cell_is_shown():
     with driven("text", 2, "hello", "sleep", 300, redirect="</dev/null") as terminal:
         assert report(terminal) == ""
         assert terminal.last_full().text.strip() == "h"
+
+
+@pytest.mark.parametrize("size, rows", [((200, 0), ["ready", "x"]), ((0, 200), ["reXdy", ""])],
+                         ids=["no columns", "no rows"])
+def test_a_size_that_is_half_none_shows_one_column_or_row(size, rows):
+    with driven("text", 2, "ready", "a-key", "at", 0, 2, "text", 2, "X", "at", 1, 0, "text", 2, "x",
+                "redraw", "a-key") as terminal:
+        terminal.wait_for("ready")
+        terminal.child.setwinsize(*size)
+        terminal.send("k")
+        terminal.wait_for(lambda picture: [row.rstrip() for row in picture.rows[:2]] == rows)
+        terminal.send("k")
+        assert report(terminal) == "key 107 key 107"
 
 
 def test_a_redraw_takes_no_time_and_repaints():

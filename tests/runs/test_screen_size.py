@@ -37,23 +37,22 @@ def ended_by_a_key(terminal, status=0):
     assert terminal.wait_exit(60) == status
 
 
+def log_of(folder):
+    log = folder / ostrelscan.LOG_NAME
+    return log.read_text(encoding="utf-8") if log.exists() else ""
+
+
 # Saves
 
 
 def test_a_running_save_follows_its_terminal(tmp_path):
     with saving.running(tmp_path) as (terminal, feed):
         terminal.wait_for(shows_blocks(0), timeout=30)
-        resized(terminal, lambda picture: running_rows(picture, 0)
-                if picture.rows[1:] else {0: running_rows_of_one_row()})
+        resized(terminal, lambda picture: running_rows(picture, 0))
         for _ in range(3):
             feed.block()
         paused(terminal)
         ended_by_a_key(terminal)
-
-
-def running_rows_of_one_row():
-    """A screen of one row has no rate to take over."""
-    return ' Scanning 3 blocks on DATA.  Storing to "./".'
 
 
 def test_the_pause_of_a_save_follows_its_terminal(tmp_path):
@@ -165,3 +164,77 @@ def test_the_pause_behind_an_error_follows_its_terminal(folder):
         paused(terminal)
         resized(terminal, {19: "Could not open ZRB file - 20431", 24: PAUSE})
         ended_by_a_key(terminal, 1)
+
+
+# Sizes that are none, or beyond the pad
+
+
+NO_SIZE = ["/bin/sh", "-c", 'stty rows 0 cols 0; exec "$0" "$@"']
+ENORMOUS = (500, 400)
+
+
+def save_of(folder, feed, *options):
+    return [ostrelscan.tool(), *options, *saving.arguments(feed.path, "--validation-skip")]
+
+
+@contextlib.contextmanager
+def fed_save(folder, *, options=(), before=(), **how):
+    """A save of three blocks that can be read at once."""
+    feed = saving.Feed(folder / "feed")
+    with screen.Terminal([*before, *save_of(folder, feed, *options)], cwd=folder,
+                         **how) as terminal:
+        try:
+            feed.open()
+            for _ in range(3):
+                feed.block()
+            yield terminal
+        finally:
+            feed.close()
+
+
+@pytest.mark.parametrize("how", [
+    {"rows": 1, "columns": 1}, {"rows": 500, "columns": 400}, {"before": NO_SIZE}],
+    ids=["1x1", "500x400", "0x0"])
+def test_a_save_ends_well_on_a_terminal_of_any_size(tmp_path, how):
+    with fed_save(tmp_path, options=["--automatic"], **how) as terminal:
+        assert terminal.wait_exit(60) == 0
+    file, = scanset.read_set(tmp_path)
+    assert [number for number, _ in file.records] == [0, 1, 2]
+
+
+def test_the_pad_stands_in_the_corner_of_an_enormous_terminal(tmp_path):
+    with fed_save(tmp_path, rows=ENORMOUS[0], columns=ENORMOUS[1]) as terminal:
+        picture = paused(terminal)
+        assert picture.rows == layout(ENORMOUS, {**running_rows(picture, 3), 24: PAUSE})
+        ended_by_a_key(terminal)
+
+
+def test_one_cell_shows_one_cell_and_a_key_ends_its_pause(tmp_path):
+    with fed_save(tmp_path, rows=1, columns=1) as terminal:
+        terminal.wait_for(lambda _: "DumpScanHistory Done" in log_of(tmp_path), timeout=60)
+        assert terminal.now().rows == [" "]
+        ended_by_a_key(terminal)
+
+
+def test_a_terminal_that_gets_a_size_at_the_pause_shows_everything(tmp_path):
+    with fed_save(tmp_path, before=NO_SIZE) as terminal:
+        terminal.wait_for(lambda _: "DumpScanHistory Done" in log_of(tmp_path), timeout=60)
+        assert terminal.now().text.strip() == ""
+        terminal.resize(25, 80)
+        picture = paused(terminal)
+        assert picture.rows == layout((25, 80), {**running_rows(picture, 3), 24: PAUSE})
+        ended_by_a_key(terminal)
+
+
+@pytest.mark.parametrize("size", [(200, 0), (0, 200)])
+def test_a_size_that_is_none_is_refused_and_leaves_the_screen_at_work(folder, size):
+    scanset.write_set(folder / "set", RECORDS, pool_name="DATA")
+    with restore_on(folder) as terminal:
+        terminal.wait_for(f"{CONSENT} n")
+        terminal.child.setwinsize(*size)
+        terminal.send("y")
+        terminal.wait_for(lambda _: "DumpScanHistory Done" in log_of(folder), timeout=60)
+        terminal.resize(26, 81)
+        terminal.wait_for(shows((26, 81), {
+            **restore_rows({"BT leaf Z32": 6}, ["T0000000.ZRB     6 of 6"]), 24: PAUSE}), timeout=30)
+        ended_by_a_key(terminal)

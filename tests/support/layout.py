@@ -32,7 +32,7 @@ def table_rows(counts, out):
 def progress_rows(picture, total, current, done):
     """Rows 1 and 2 as they must be; the rate depends on the whole seconds passed, so it is taken
     from the screen when it is one that fits."""
-    shown = re.search(r"\((\d+) blks/sec", picture.rows[1])
+    shown = re.search(r"\((\d+) blks/sec", picture.text)
     fitting = {(current + done) // seconds for seconds in range(1, 60)}
     rate = int(shown[1]) if shown and int(shown[1]) in fitting else -1
     percent = min(100 - (total - current) * 100 // total, 100)

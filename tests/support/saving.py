@@ -143,11 +143,22 @@ def run_on_terminal(argv, folder, *, redirect="", timeout=60, **how):
         return outcome(terminal, folder)
 
 
+def run_in_shell(script, folder, *words, timeout=60, **how):
+    """As run_on_terminal, of a script in which "$0" is the tool and "$1" the first word."""
+    command = ["/bin/sh", "-c", script, ostrelscan.tool(), *words]
+    with in_frame(command, folder, **how) as terminal:
+        terminal.wait_exit(timeout)
+        return outcome(terminal, folder)
+
+
 def in_shell(argv, folder, *, redirect="", **how):
     """The terminal for such a run, for tests that want to do something meanwhile."""
+    return in_frame([ostrelscan.tool(), *argv], folder, redirect=redirect, **how)
+
+
+def in_frame(command, folder, *, redirect="", **how):
     frame = SHELL_FRAME.replace('"$@"', f'"$@" {redirect}')
-    command = ["/bin/sh", "-c", frame, "sh", ostrelscan.tool(), *argv]
-    return screen.Terminal(command, cwd=folder, **how)
+    return screen.Terminal(["/bin/sh", "-c", frame, "sh", *command], cwd=folder, **how)
 
 
 def outcome(terminal, folder):

@@ -52,7 +52,7 @@ class Driver {
             {"a-key", [this] { report_ << "key " << screen_.GetAKey() << '\n'; }},
             {"ends-at", [this] { screen_.EndWaitsAt(Number()); }},
             {"wait", [this] { report_ << "waited " << screen_.AwaitKey() << '\n'; }},
-            {"eat", [this] { screen_.EatAllTypeAhead(); }},
+            {"eat", [this] { report_ << "dry " << screen_.EatAllTypeAhead() << '\n'; }},
             {"ask", [this] { Ask(); }},
             {"ask2", [this] { Ask2(); }},
             {"no-window", [this] { NoWindow(); }},

@@ -22,6 +22,10 @@ constexpr int kPadRows = 100;
 constexpr int kPadColumns = 320;
 constexpr int kEscape = 27;
 
+/// What a terminal's queue holds. Input that has more to say comes from a program, which answers
+/// questions that it has not read.
+constexpr int kTypeAheadLimit = 4096;
+
 /// The characters that answer a question: yes, no, YES, NO.
 constexpr char kAnswerKeys[] = "ynYN";
 
@@ -197,6 +201,12 @@ void ShowDefault(WINDOW* window, bool yes) {
     ShowPad(window);
 }
 
+/// A program that was late to fill its pipe shows behind the key that answered.
+bool InputIsFlooded() {
+    int waiting = 0;
+    return ioctl(STDIN_FILENO, FIONREAD, &waiting) == 0 && waiting >= kTypeAheadLimit;
+}
+
 void ShowAnswer(WINDOW* window, bool yes) {
     OutputToScreen(window, "%c\r\n", yes ? kAnswerKeys[0] : kAnswerKeys[1]);
 }
@@ -330,11 +340,14 @@ bool ScreenInterface::AwaitKey() {
     }
 }
 
-void ScreenInterface::EatAllTypeAhead() {
+bool ScreenInterface::EatAllTypeAhead() {
+    int eaten = 0;
     nodelay(pad_, TRUE);
-    while (wgetch(pad_) != ERR) {
+    while (eaten < kTypeAheadLimit && wgetch(pad_) != ERR) {
+        ++eaten;
     }
     nodelay(pad_, FALSE);
+    return eaten < kTypeAheadLimit;
 }
 
 /// The next key, which curses may hold already; nothing when the wait for it was ended.
@@ -408,10 +421,12 @@ int ScreenInterface::PromptForYesOrNo2(WINDOW* window, unsigned long wait, unsig
 }
 
 bool ScreenInterface::PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter) {
-    EatAllTypeAhead();
+    if (!EatAllTypeAhead()) {
+        return false;
+    }
     const int answer = PromptForYesOrNo2(pad_, 1, defaultYes ? 1 : 0, "%s", prompt);
     if (clearAfter) {
         ClearLine();
     }
-    return answer != 0;
+    return answer != 0 && !InputIsFlooded();
 }

@@ -70,7 +70,9 @@ class ScreenInterface {
     /// screen follows the terminal's size.
     bool AwaitKey();
 
-    void EatAllTypeAhead();
+    /// Throws away the keys typed ahead; false when there are more of them than an operator types
+    /// and some may be left.
+    bool EatAllTypeAhead();
     /// Waits for a key. Outputs that are null are left out; `x` and `y` are always 0, `wait` is not
     /// used. Input that has ended counts as Escape; a wait that was ended gives `kKeyNone`.
     void GetKey(WINDOW* window, int* kind, int* character, int* x, int* y, unsigned long wait);
@@ -81,7 +83,8 @@ class ScreenInterface {
     /// default. A wait that was ended answers no, whatever the default.
     int PromptForYesOrNo2(WINDOW* window, unsigned long wait, unsigned long flags,
                           const char* format, ...) __attribute__((format(printf, 5, 6)));
-    /// Asks with the keys typed ahead thrown away; whether the answer was not no.
+    /// Asks with the keys typed ahead thrown away; whether the answer was not no. Input without
+    /// end, before the question or behind the answer, is nobody's answer: false.
     bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
 
   private:
