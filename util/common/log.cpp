@@ -1,6 +1,5 @@
 #include "util/common/log.h"
 
-#include <cerrno>
 #include <cstring>
 #include <iostream>
 
@@ -58,8 +57,7 @@ LogLine::~LogLine() {
     log.pubsync();
 }
 
-int LogSystemError(const char* what) {
-    const int error = errno;
+int LogSystemError(const char* what, int error) {
     LogLine() << what << ": " << std::strerror(error) << '\n';
     return SystemErrorStatus(error);
 }

@@ -57,6 +57,6 @@ class LogLine : public std::ostringstream {
     LogLine& operator=(const LogLine&) = delete;
 };
 
-/// Logs `what`, ": " and the system's text for errno, as perror would: perror itself writes to the
-/// descriptor behind the curses screen. Returns errno's status (`SystemErrorStatus`).
-int LogSystemError(const char* what);
+/// Logs `what`, ": " and the system's text for `error`, an errno, as perror would: perror itself
+/// writes to the descriptor behind the curses screen. Returns its status (`SystemErrorStatus`).
+int LogSystemError(const char* what, int error);

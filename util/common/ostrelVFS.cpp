@@ -65,7 +65,7 @@ OstrelVirtualFileServices::OstrelVirtualFileServices(unsigned flags, const char*
 
 OstrelVirtualFileServices::~OstrelVirtualFileServices() {
     if (std::fflush(file_.get()) != 0) {
-        LogSystemError("Unable to flush data 2");
+        LogSystemError("Unable to flush data 2", errno);
     }
 }
 
@@ -78,10 +78,10 @@ void OstrelVirtualFileServices::SwitchToDataStream(const char* dataStream) {
         throw std::runtime_error("Could not switch to command mode");
     }
     if (std::fflush(file_.get()) != 0) {
-        LogSystemError("Unable to flush data 1");
+        LogSystemError("Unable to flush data 1", errno);
     }
     if (std::fseek(file_.get(), 0, SEEK_SET) != 0) {
-        LogSystemError("Unable to fseek to 0 -- case 1");
+        LogSystemError("Unable to fseek to 0 -- case 1", errno);
     }
 }
 
@@ -96,7 +96,7 @@ void OstrelVirtualFileServices::Write(const char* text, std::size_t length) {
         throw AdminError("Could not write command", "util/common/ostrelVFS[312]", error);
     }
     if (std::fflush(file_.get()) != 0) {
-        LogSystemError("Unable to flush data 3");
+        LogSystemError("Unable to flush data 3", errno);
     }
 }
 

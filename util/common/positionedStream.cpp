@@ -38,7 +38,7 @@ int PositionedStream::Begin(std::FILE* stream, std::size_t bufferSize) {
 void PositionedStream::FillFromStart() {
     // The C library seeks inside its buffer only once it knows where the file stands.
     if (fseeko64(stream_.get(), 0, SEEK_SET) != 0 || std::getc(stream_.get()) == EOF) {
-        ClearIndicators();
+        std::clearerr(stream_.get());
     }
     fresh_ = false;
 }
@@ -70,26 +70,33 @@ void PositionedStream::Turn(Direction direction) {
     direction_ = direction;
 }
 
-void PositionedStream::Advance(std::uint64_t size, bool whole) {
-    if (whole && position_.has_value()) {
-        *position_ += size;
-    } else {
-        position_.reset();
+StreamTransfer PositionedStream::Settle(std::size_t count, std::size_t size) {
+    StreamTransfer transfer{.count = count};
+    if (count == size) {
+        if (position_.has_value()) {
+            *position_ += size;
+        }
+        return transfer;
     }
+    if (std::ferror(stream_.get()) != 0) {
+        transfer.error = errno;
+    } else {
+        transfer.ended = std::feof(stream_.get()) != 0;
+    }
+    // The indicators would outlive the call that they tell of.
+    std::clearerr(stream_.get());
+    position_.reset();
+    return transfer;
 }
 
-std::size_t PositionedStream::Read(void* bytes, std::size_t size) {
+StreamTransfer PositionedStream::Read(void* bytes, std::size_t size) {
     Turn(Direction::Read);
-    const std::size_t count = std::fread(bytes, 1, size, stream_.get());
-    Advance(size, count == size);
-    return count;
+    return Settle(std::fread(bytes, 1, size, stream_.get()), size);
 }
 
-bool PositionedStream::Write(const void* bytes, std::size_t size) {
+StreamTransfer PositionedStream::Write(const void* bytes, std::size_t size) {
     Turn(Direction::Write);
-    const bool whole = std::fwrite(bytes, 1, size, stream_.get()) == size;
-    Advance(size, whole);
-    return whole;
+    return Settle(std::fwrite(bytes, 1, size, stream_.get()), size);
 }
 
 int PositionedStream::Flush() {

@@ -8,11 +8,18 @@
 
 #include "util/common/fileDescriptor.h"
 
+/// How a read or a write of a stream ended.
+struct StreamTransfer {
+    std::size_t count = 0;  ///< bytes that came or went
+    int error = 0;          ///< errno where the system refused the rest
+    bool ended = false;     ///< the file ended before the rest
+};
+
 /// A stdio stream whose position is known, so that it seeks only when the wanted offset differs: a
 /// seek is a system call even inside the buffer. After a failed or short call the position counts
 /// as unknown. The stream is closed with its owner; `Close` is for the caller who wants the result.
-/// Without an open stream the calls that return errno return EBADF, and the others are not allowed.
-/// Used by one thread at a time.
+/// Every call hands over the errno of its own failure. Without an open stream those that return it
+/// return EBADF, and the others are not allowed. Used by one thread at a time.
 class PositionedStream {
   public:
     /// Opens `path` as fopen does, with a buffer of its own of `bufferSize` bytes (0: unbuffered).
@@ -28,15 +35,11 @@ class PositionedStream {
     /// errno.
     int SeekTo(std::uint64_t offset);
 
-    /// Reads up to `size` bytes; returns how many came. errno and the indicators tell why fewer.
-    std::size_t Read(void* bytes, std::size_t size);
+    /// Transfer `size` bytes from or to the place sought.
+    StreamTransfer Read(void* bytes, std::size_t size);
+    StreamTransfer Write(const void* bytes, std::size_t size);
 
-    /// Writes `size` bytes; returns whether all went out.
-    bool Write(const void* bytes, std::size_t size);
-
-    bool HasError() const { return std::ferror(stream_.get()) != 0; }
-    bool AtEnd() const { return std::feof(stream_.get()) != 0; }
-    void ClearIndicators() { std::clearerr(stream_.get()); }
+    /// The descriptor below, which the stream keeps.
     int Descriptor() const { return fileno(stream_.get()); }
 
     /// Hands buffered bytes to the system. Returns 0 or errno.
@@ -62,8 +65,8 @@ class PositionedStream {
 
     /// Between a read and a write of one stream stands a seek, whatever the offset.
     void Turn(Direction direction);
-    /// Behind a transfer of `size` bytes, if the whole of it came about.
-    void Advance(std::uint64_t size, bool whole);
+    /// Settles a transfer of which `count` of `size` bytes came about, while errno is its own.
+    StreamTransfer Settle(std::size_t count, std::size_t size);
 
     std::unique_ptr<char[]> buffer_;  // outlives the stream, which closes first
     std::unique_ptr<std::FILE, StreamCloser> stream_;

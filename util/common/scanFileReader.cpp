@@ -73,7 +73,13 @@ int ScanFileReader::Close() {
     }
     inflater_.reset();
     inflating_ = false;
-    return stream_.Close() == 0 ? 0 : LogSystemError("STATUS ZSBFile::OpenClose()");
+    const int error = stream_.Close();
+    return error == 0 ? 0 : LogSystemError("STATUS ZSBFile::OpenClose()", error);
+}
+
+StreamTransfer ScanFileReader::ReadFrom(std::uint64_t offset, void* bytes, std::size_t size) {
+    const int error = stream_.SeekTo(offset);
+    return error == 0 ? stream_.Read(bytes, size) : StreamTransfer{.error = error};
 }
 
 int ScanFileReader::ReadHeader() {
@@ -81,10 +87,9 @@ int ScanFileReader::ReadHeader() {
         return zERR_INVALID_STATE;
     }
     inflating_ = false;
-    errno = 0;
-    if (stream_.SeekTo(0) != 0 ||
-        stream_.Read(&header_, kScanFileHeaderSize) != kScanFileHeaderSize) {
-        headerStatus_ = stream_.AtEnd() ? zERR_END_OF_FILE : SystemErrorStatus(errno);
+    const StreamTransfer read = ReadFrom(0, &header_, kScanFileHeaderSize);
+    if (read.count != kScanFileHeaderSize) {
+        headerStatus_ = read.ended ? zERR_END_OF_FILE : SystemErrorStatus(read.error);
         header_ = {};
         return headerStatus_;
     }
@@ -194,9 +199,9 @@ int ScanFileReader::ReadBytes(unsigned char* data, unsigned long length) {
     if (!IsOpen()) {
         return zERR_INVALID_STATE;
     }
-    errno = 0;  // the end of the file sets none
-    if (stream_.SeekTo(offset_) != 0 || stream_.Read(data, length) != length) {
-        const int status = LogSystemError("ZSBFile::DataRead:");
+    const StreamTransfer read = ReadFrom(offset_, data, length);
+    if (read.count != length) {
+        const int status = LogSystemError("ZSBFile::DataRead:", read.error);
         LogLine() << "util/common/zsbFile[1837] Error reading destination file " << length << '\n';
         return status;
     }
@@ -208,13 +213,12 @@ unsigned long ScanFileReader::ReadSomeBytes(unsigned char* data, unsigned long l
     if (!IsOpen()) {
         return 0;
     }
-    errno = 0;
-    const unsigned long count = stream_.SeekTo(offset_) == 0 ? stream_.Read(data, length) : 0;
-    if (count == 0) {
-        const int status = LogSystemError("ZSBFile::DataRead:");
+    const StreamTransfer read = ReadFrom(offset_, data, length);
+    if (read.count == 0) {
+        const int status = LogSystemError("ZSBFile::DataRead:", read.error);
         LogLine() << "util/common/zsbFile[1869] Error reading destination file " << length
                   << " status = " << status << '\n';
     }
-    Skip(count);
-    return count;
+    Skip(read.count);
+    return read.count;
 }

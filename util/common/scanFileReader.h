@@ -73,6 +73,7 @@ class ScanFileReader {
     void Skip(unsigned long length) { offset_ += length; }
 
   private:
+    StreamTransfer ReadFrom(std::uint64_t offset, void* bytes, std::size_t size);
     int CheckHeader() const;
     std::uint64_t RecordsEnd() const;
     int EndOfStream(const unsigned char* out);

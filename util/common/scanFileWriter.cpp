@@ -2,9 +2,7 @@
 
 #include <zlib.h>
 
-#include <cerrno>
 #include <cstring>
-#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -114,16 +112,30 @@ void ScanFileWriter::FillInHeader(std::uint32_t flags) {
     header_.trailerSignature = kScanFileSignature;
 }
 
+/// Writes at an offset of the file; what fails is logged as `what`.
+int ScanFileWriter::WriteAt(std::uint64_t offset, std::span<const unsigned char> bytes,
+                            const char* what) {
+    int error = stream_.SeekTo(offset);
+    if (error == 0) {
+        const StreamTransfer written = stream_.Write(bytes.data(), bytes.size());
+        if (written.count == bytes.size()) {
+            return 0;
+        }
+        error = written.error;
+    }
+    return LogSystemError(what, error);
+}
+
 int ScanFileWriter::WriteHeader() {
     if (!IsOpen()) {
         return zERR_INVALID_STATE;
     }
-    if (stream_.SeekTo(0) != 0 || !stream_.Write(&header_, kScanFileHeaderSize)) {
-        const int status = LogSystemError("ZSBFile::WriteHeader()");
+    const auto* image = reinterpret_cast<const unsigned char*>(&header_);
+    const int status = WriteAt(0, {image, kScanFileHeaderSize}, "ZSBFile::WriteHeader()");
+    if (status != 0) {
         LogLine() << "util/common/zsbFile[503] Error writing to destination file 660 bytes.\n";
-        return status;
     }
-    return 0;
+    return status;
 }
 
 int ScanFileWriter::Append(const unsigned char* data, unsigned long length) {
@@ -178,8 +190,8 @@ int ScanFileWriter::WriteData(const unsigned char* data, unsigned long length) {
     if (!IsOpen()) {
         return zERR_INVALID_STATE;
     }
-    if (stream_.SeekTo(offset_) != 0 || (length != 0 && !stream_.Write(data, length))) {
-        const int status = LogSystemError("ZSBFile::Write:");
+    const int status = WriteAt(offset_, {data, length}, "ZSBFile::Write:");
+    if (status != 0) {
         LogLine() << "util/common/zsbFile[480] Error writing to destination file " << length
                   << " bytes.\n";
         return status;
@@ -226,7 +238,8 @@ int ScanFileWriter::Flush() {
     if (status != 0) {
         return status;
     }
-    return stream_.Flush() == 0 ? 0 : LogSystemError("STATUS ZSBFile::DataWriteFlush()");
+    const int error = stream_.Flush();
+    return error == 0 ? 0 : LogSystemError("STATUS ZSBFile::DataWriteFlush()", error);
 }
 
 int ScanFileWriter::EndCompression() {
@@ -263,10 +276,15 @@ std::uint32_t ScanFileWriter::CloseFlags(const CloseReasons& reasons) const {
 }
 
 int ScanFileWriter::CloseStream() {
-    const char* what = "STATUS ZSBFile::CreateClose(bool, bool, bool, bool, long unsigned int*)";
-    const int flushStatus = stream_.Flush() == 0 ? 0 : LogSystemError(what);
-    const int closeStatus = stream_.Close() == 0 ? 0 : LogSystemError(what);
-    return flushStatus != 0 ? flushStatus : closeStatus;
+    int status = 0;
+    for (const int error : {stream_.Flush(), stream_.Close()}) {
+        if (error != 0) {
+            const int failed = LogSystemError(
+                "STATUS ZSBFile::CreateClose(bool, bool, bool, bool, long unsigned int*)", error);
+            status = status != 0 ? status : failed;
+        }
+    }
+    return status;
 }
 
 int ScanFileWriter::Close(const CloseReasons& reasons, unsigned long* crcOut) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "util/common/guid.h"
@@ -86,6 +87,7 @@ class ScanFileWriter {
 
   private:
     void Begin();
+    int WriteAt(std::uint64_t offset, std::span<const unsigned char> bytes, const char* what);
     int WriteCompressorOutput();
     int FinishStream();
     std::uint32_t CloseFlags(const CloseReasons& reasons) const;

@@ -24,13 +24,14 @@ off64_t ByteOffset(std::uint64_t block) {
     return static_cast<off64_t>(block << kPoolBlockShift);
 }
 
-/// pread of one block that a signal does not cut short; -1 with errno, or the bytes that came.
-long ReadBlockAt(int descriptor, void* buffer, std::uint64_t block) {
+/// pread of one block that a signal does not cut short.
+StreamTransfer ReadBlockAt(int descriptor, void* buffer, std::uint64_t block) {
     ssize_t count = 0;
     do {
         count = pread64(descriptor, buffer, kPoolBlockSize, ByteOffset(block));
     } while (count < 0 && errno == EINTR);
-    return count;
+    return count < 0 ? StreamTransfer{.error = errno}
+                     : StreamTransfer{.count = static_cast<std::size_t>(count)};
 }
 
 }  // namespace
@@ -73,29 +74,32 @@ BlockTransfer PoolDevice::Read(char* buffer, std::uint64_t block) {
     if (seekError != 0) {
         return {SeekFailed, seekError};
     }
-    if (stream_.Read(buffer, kPoolBlockSize) == kPoolBlockSize) {
+    const StreamTransfer read = stream_.Read(buffer, kPoolBlockSize);
+    if (read.count == kPoolBlockSize) {
         return {Done};
     }
-    if (stream_.HasError()) {
-        stream_.ClearIndicators();
+    if (read.error != 0) {
         stretchStart_ = block;
         stretchEnd_ = (block / kStretchBlocks + 1) * kStretchBlocks;
         return ReadAlone(buffer, block);
     }
-    return {stream_.AtEnd() ? AtEnd : Short};
+    return {read.ended ? AtEnd : Short};
 }
 
 BlockTransfer PoolDevice::ReadAlone(char* buffer, std::uint64_t block) {
     using enum BlockTransfer::Outcome;
     OpenDirectly();
-    long count = direct_.IsOpen() ? ReadDirectly(buffer, block) : -1;
-    if (!direct_.IsOpen() || (count < 0 && errno == EINVAL)) {
-        count = ReadUncached(buffer, block);
+    StreamTransfer read{.error = EINVAL};  // what cannot be read directly says so
+    if (direct_.IsOpen()) {
+        read = ReadDirectly(buffer, block);
     }
-    if (count < 0) {
-        return {Failed, errno};
+    if (read.error == EINVAL) {
+        read = ReadUncached(buffer, block);
     }
-    return {count == kPoolBlockSize ? Done : AtEnd};
+    if (read.error != 0) {
+        return {Failed, read.error};
+    }
+    return {read.count == kPoolBlockSize ? Done : AtEnd};
 }
 
 BlockTransfer PoolDevice::Write(const char* buffer, std::uint64_t block) {
@@ -104,15 +108,14 @@ BlockTransfer PoolDevice::Write(const char* buffer, std::uint64_t block) {
     if (seekError != 0) {
         return {SeekFailed, seekError};
     }
-    if (stream_.Write(buffer, kPoolBlockSize)) {
+    const StreamTransfer written = stream_.Write(buffer, kPoolBlockSize);
+    if (written.count == kPoolBlockSize) {
         return {Done};
     }
-    const int error = errno;
-    if (stream_.HasError()) {
-        stream_.ClearIndicators();
-        return {Failed, error};
+    if (written.error != 0) {
+        return {Failed, written.error};
     }
-    return {stream_.AtEnd() ? AtEnd : Short};
+    return {written.ended ? AtEnd : Short};
 }
 
 /// Opens what the stream has open, not what the path may name by now.
@@ -124,27 +127,23 @@ void PoolDevice::OpenDirectly() {
     }
 }
 
-long PoolDevice::ReadDirectly(char* buffer, std::uint64_t block) {
+StreamTransfer PoolDevice::ReadDirectly(char* buffer, std::uint64_t block) {
     alignas(kPoolBlockSize) char aligned[kPoolBlockSize];
-    const long count = ReadBlockAt(direct_.Get(), aligned, block);
-    if (count > 0) {
-        std::memcpy(buffer, aligned, static_cast<std::size_t>(count));
-    }
-    return count;
+    const StreamTransfer read = ReadBlockAt(direct_.Get(), aligned, block);
+    std::memcpy(buffer, aligned, read.count);
+    return read;
 }
 
 /// For what cannot be read directly: without read-ahead, and without what the cache made of the
 /// stretch before.
-long PoolDevice::ReadUncached(char* buffer, std::uint64_t block) {
+StreamTransfer PoolDevice::ReadUncached(char* buffer, std::uint64_t block) {
     const int descriptor = stream_.Descriptor();
     posix_fadvise64(descriptor, 0, 0, POSIX_FADV_RANDOM);
     posix_fadvise64(descriptor, ByteOffset(stretchStart_ / kStretchBlocks * kStretchBlocks),
                     ByteOffset(kStretchBlocks), POSIX_FADV_DONTNEED);
-    const long count = ReadBlockAt(descriptor, buffer, block);
-    const int error = errno;
+    const StreamTransfer read = ReadBlockAt(descriptor, buffer, block);
     posix_fadvise64(descriptor, 0, 0, POSIX_FADV_NORMAL);
-    errno = error;
-    return count;
+    return read;
 }
 
 int PoolDevice::Close() {

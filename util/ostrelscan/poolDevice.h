@@ -55,8 +55,8 @@ class PoolDevice {
     void ForgetFailures();
     bool InFailedStretch(std::uint64_t block) const;
     BlockTransfer ReadAlone(char* buffer, std::uint64_t block);
-    long ReadDirectly(char* buffer, std::uint64_t block);
-    long ReadUncached(char* buffer, std::uint64_t block);
+    StreamTransfer ReadDirectly(char* buffer, std::uint64_t block);
+    StreamTransfer ReadUncached(char* buffer, std::uint64_t block);
     void OpenDirectly();
 
     PositionedStream stream_;

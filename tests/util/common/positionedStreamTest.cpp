@@ -1,8 +1,10 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string>
+#include <string_view>
 
 #include "tests/support/fileBytes.h"
 #include "tests/support/fileSizeLimit.h"
@@ -16,8 +18,19 @@ class Stream : public testing::Test {
   protected:
     std::string Read(std::size_t size) {
         std::string bytes(size, '?');
-        bytes.resize(stream_.Read(bytes.data(), size));
+        read_ = stream_.Read(bytes.data(), size);
+        bytes.resize(read_.count);
         return bytes;
+    }
+
+    static void ExpectWhole(const StreamTransfer& transfer, std::size_t size) {
+        EXPECT_EQ(transfer.count, size);
+        EXPECT_EQ(transfer.error, 0);
+        EXPECT_FALSE(transfer.ended);
+    }
+
+    void ExpectWritten(std::string_view bytes) {
+        ExpectWhole(stream_.Write(bytes.data(), bytes.size()), bytes.size());
     }
 
     /// Moves the descriptor behind the stream's back: only a seek finds the place again.
@@ -26,6 +39,7 @@ class Stream : public testing::Test {
     support::TemporaryDirectory directory_;
     std::string path_ = directory_.File("stream");
     PositionedStream stream_;
+    StreamTransfer read_;  // how the last read ended
 };
 
 TEST_F(Stream, ReportsWhyAFileCannotBeOpened) {
@@ -36,11 +50,11 @@ TEST_F(Stream, ReportsWhyAFileCannotBeOpened) {
 
 TEST_F(Stream, ReportsWhyAFileCannotBeOpenedAndNotHowTheOldOneCloses) {
     ASSERT_EQ(stream_.Open("/dev/full", "wb", 4096), 0);
-    EXPECT_TRUE(stream_.Write("abc", 3));
+    ExpectWritten("abc");
     EXPECT_EQ(stream_.Open(path_.c_str(), "r", 0), ENOENT);
     EXPECT_FALSE(stream_.IsOpen());
     ASSERT_EQ(stream_.Open("/dev/full", "wb", 4096), 0);
-    EXPECT_TRUE(stream_.Write("abc", 3));
+    ExpectWritten("abc");
     EXPECT_EQ(stream_.Adopt(FileDescriptor(), "rb", 0), EBADF);
     EXPECT_FALSE(stream_.IsOpen());
 }
@@ -64,7 +78,7 @@ TEST_F(Stream, RefusesEveryCallThatCanTellSoWithoutAFile) {
 TEST_F(Stream, FlushesNoOtherStreamWhenItHasNone) {
     PositionedStream other;
     ASSERT_EQ(other.Open(path_.c_str(), "wb", 4096), 0);
-    EXPECT_TRUE(other.Write("abc", 3));
+    ExpectWhole(other.Write("abc", 3), 3);
     EXPECT_EQ(stream_.Flush(), EBADF);
     EXPECT_EQ(support::ReadFile(path_), "");
 }
@@ -98,20 +112,18 @@ TEST_F(Stream, SeeksAnewAfterAShortRead) {
     ASSERT_EQ(stream_.Open(path_.c_str(), "r", 4096), 0);
     ASSERT_EQ(stream_.SeekTo(8), 0);
     EXPECT_EQ(Read(5), "89");
-    EXPECT_TRUE(stream_.AtEnd());
-    EXPECT_FALSE(stream_.HasError());
+    EXPECT_TRUE(read_.ended);
+    EXPECT_EQ(read_.error, 0);
     EXPECT_EQ(stream_.SeekTo(8), 0);
-    EXPECT_FALSE(stream_.AtEnd());
     EXPECT_EQ(Read(2), "89");
+    ExpectWhole(read_, 2);
 }
 
 TEST_F(Stream, SeeksAnewAfterAFailedRead) {
     ASSERT_EQ(stream_.Open(directory_.Path().c_str(), "r", 0), 0);
     EXPECT_EQ(Read(1), "");
-    EXPECT_EQ(errno, EISDIR);
-    EXPECT_TRUE(stream_.HasError());
-    stream_.ClearIndicators();
-    EXPECT_FALSE(stream_.HasError());
+    EXPECT_EQ(read_.error, EISDIR);
+    EXPECT_FALSE(read_.ended);
     MoveDescriptor(1);
     EXPECT_EQ(stream_.SeekTo(0), 0);
     EXPECT_EQ(lseek(stream_.Descriptor(), 0, SEEK_CUR), 0);
@@ -138,16 +150,16 @@ TEST_F(Stream, TakesNoOffsetForItsPlaceWhenThatIsUnknown) {
 
 TEST_F(Stream, WritesUnbufferedAtOnce) {
     ASSERT_EQ(stream_.Open(path_.c_str(), "wb", 0), 0);
-    EXPECT_TRUE(stream_.Write("abcdef", 6));
+    ExpectWritten("abcdef");
     EXPECT_EQ(support::ReadFile(path_), "abcdef");
     EXPECT_EQ(stream_.SeekTo(2), 0);
-    EXPECT_TRUE(stream_.Write("XY", 2));
+    ExpectWritten("XY");
     EXPECT_EQ(support::ReadFile(path_), "abXYef");
 }
 
 TEST_F(Stream, KeepsWritesInItsBufferUntilFlushed) {
     ASSERT_EQ(stream_.Open(path_.c_str(), "wb", 4096), 0);
-    EXPECT_TRUE(stream_.Write("abcdef", 6));
+    ExpectWritten("abcdef");
     EXPECT_EQ(support::ReadFile(path_), "");
     EXPECT_EQ(stream_.Flush(), 0);
     EXPECT_EQ(support::ReadFile(path_), "abcdef");
@@ -158,7 +170,7 @@ TEST_F(Stream, TurnsBetweenReadingAndWriting) {
     support::WriteFile(path_, "0123456789");
     ASSERT_EQ(stream_.Open(path_.c_str(), "r+", 4096), 0);
     EXPECT_EQ(Read(2), "01");
-    EXPECT_TRUE(stream_.Write("ab", 2));
+    ExpectWritten("ab");
     EXPECT_EQ(Read(2), "45");
     EXPECT_EQ(stream_.Flush(), 0);
     EXPECT_EQ(support::ReadFile(path_), "01ab456789");
@@ -168,24 +180,43 @@ TEST_F(Stream, SeeksAnewAfterAFailedWrite) {
     ASSERT_EQ(stream_.Open(path_.c_str(), "wb", 0), 0);
     {
         const support::FileSizeLimit limit(4);
-        EXPECT_FALSE(stream_.Write("abcdef", 6));
-        EXPECT_EQ(errno, EFBIG);
+        const StreamTransfer written = stream_.Write("abcdef", 6);
+        EXPECT_EQ(written.count, 4U);
+        EXPECT_EQ(written.error, EFBIG);
+        EXPECT_FALSE(written.ended);
     }
     EXPECT_EQ(stream_.SeekTo(6), 0);
-    EXPECT_TRUE(stream_.Write("XY", 2));
+    ExpectWritten("XY");
     EXPECT_EQ(support::ReadFile(path_), std::string("abcd\0\0XY", 8));
+}
+
+TEST_F(Stream, TellsTheReasonOfEachCallAlone) {
+    ASSERT_EQ(stream_.Open(directory_.Path().c_str(), "r", 0), 0);
+    EXPECT_EQ(Read(1), "");
+    EXPECT_EQ(read_.error, EISDIR);
+    support::WriteFile(path_, "0123456789");
+    const FileDescriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(dup2(file.Get(), stream_.Descriptor()), stream_.Descriptor());
+    ASSERT_EQ(stream_.SeekTo(8), 0);
+    EXPECT_EQ(Read(5), "89");
+    EXPECT_TRUE(read_.ended);
+    EXPECT_EQ(read_.error, 0);
+    errno = ENOSPC;
+    ASSERT_EQ(stream_.SeekTo(0), 0);
+    EXPECT_EQ(Read(11), "0123456789");
+    EXPECT_EQ(read_.error, 0);
 }
 
 TEST_F(Stream, ReportsAFlushThatTheSystemRefuses) {
     ASSERT_EQ(stream_.Open("/dev/full", "wb", 4096), 0);
-    EXPECT_TRUE(stream_.Write("abc", 3));
+    ExpectWritten("abc");
     EXPECT_EQ(stream_.Flush(), ENOSPC);
     EXPECT_EQ(stream_.Sync(), EINVAL);
 }
 
 TEST_F(Stream, ReportsACloseThatTheSystemRefusesAndIsGone) {
     ASSERT_EQ(stream_.Open("/dev/full", "wb", 4096), 0);
-    EXPECT_TRUE(stream_.Write("abc", 3));
+    ExpectWritten("abc");
     EXPECT_EQ(stream_.Close(), ENOSPC);
     EXPECT_FALSE(stream_.IsOpen());
 }
@@ -194,7 +225,7 @@ TEST_F(Stream, ClosesItsFileWithItsEnd) {
     {
         PositionedStream scoped;
         ASSERT_EQ(scoped.Open(path_.c_str(), "wb", 4096), 0);
-        EXPECT_TRUE(scoped.Write("abc", 3));
+        ExpectWhole(scoped.Write("abc", 3), 3);
         EXPECT_EQ(support::DescriptorsOf(path_).size(), 1U);
     }
     EXPECT_EQ(support::DescriptorsOf(path_).size(), 0U);
