@@ -1,17 +1,16 @@
 #include <cstdint>
 #include <exception>
-#include <memory>
 
 #include "sim/busClient.h"
 #include "sim/busRecords.h"
+#include "sim/neverDestroyed.h"
 #include "sim/statuses.h"
 
 namespace {
 
-// Never destroyed: the bus threads use it until the process is gone.
 sim::BusClient& Client() {
-    static sim::BusClient& client = *std::make_unique<sim::BusClient>().release();
-    return client;
+    static sim::NeverDestroyed<sim::BusClient> client;
+    return *client;
 }
 
 unsigned long Register(void* record, const char* event, const char* consumer, unsigned long flags) {

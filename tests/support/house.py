@@ -42,6 +42,7 @@ ROOMS = (
         hexDump
         lbpMisc
         log
+        neverDestroyed
         number
         orderedWork
         positionedStream
@@ -67,7 +68,9 @@ ROOMS = (
         zsbFile zsbFileOpen
     """),
     Room("pool control", "1 right", "util/common", ("0",), """
-        heb hebConsumer hebFamilies
+        heb hebConsumer
+        hebEvent
+        hebFamilies
         ostrelVFS vfsManageCmd
         poolLock
         pvKey
@@ -128,6 +131,7 @@ ROOMS = (
         busClient
         busRecords
         hebusLibrary
+        neverDestroyed
     """),
     Room("service", "sim", "sim", ("wire",), """
         busHub

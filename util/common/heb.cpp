@@ -9,6 +9,7 @@
 
 #include "util/common/errors.h"
 #include "util/common/log.h"
+#include "util/common/neverDestroyed.h"
 
 // The bus library is closed and comes with the service: the tool runs where it is absent.
 extern "C" {
@@ -74,15 +75,16 @@ EntryPoints FindEntryPoints() {
     return found;
 }
 
-/// A copy that is never freed: a registration that the bus does not let go may point to its names
-/// as long as the process lives.
+/// A copy for the process's life, since a registration that the bus does not let go may point to
+/// its names as long.
 const char* KeptName(const std::string& name) {
     static std::mutex mutex;
-    static std::set<std::string>& names = *std::make_unique<std::set<std::string>>().release();
+    static NeverDestroyed<std::set<std::string>> names;
     const std::lock_guard lock(mutex);
-    return names.insert(name).first->c_str();
+    return names->insert(name).first->c_str();
 }
 
+/// The bus answers in a wider word than its statuses have; above them it may leave anything.
 std::uint32_t LowStatus(unsigned long result) {
     return static_cast<std::uint32_t>(result & 0xFFFFFFFF);
 }
@@ -91,6 +93,7 @@ std::uint32_t LowStatus(unsigned long result) {
 
 HEBKey* HaldenEventBus::EventRegister(const std::string& eventName, const std::string& consumerName,
                                       HEBConsumer* context, HEBCallback callback) {
+    // Made before the bus is told: behind a registration nothing may fail that would forget it.
     auto key = std::make_unique<HEBKey>(HEBKey{eventName, consumerName});
     RegistrationRecord record;
     record.consumerName = KeptName(consumerName);
@@ -109,6 +112,7 @@ HEBKey* HaldenEventBus::EventRegister(const std::string& eventName, const std::s
 }
 
 void HaldenEventBus::EventUnregister(HEBKey* key) {
+    // Freed whatever the bus says: a refused handle is nothing that could be tried again.
     const std::unique_ptr<HEBKey> owned(key);
     if (owned == nullptr) {
         throw std::runtime_error("Key is null");

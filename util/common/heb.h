@@ -5,76 +5,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "util/common/guid.h"
+#include "util/common/hebEvent.h"
+#include "util/common/hebFamilies.h"
 #include "util/common/pvKey.h"
 
-/// An event as the bus hands it to a callback. The layout is the bus library's.
-struct EventBlock {
-    unsigned char reserved0[64];
-    const void* eventData;
-    unsigned char reserved72[16];
-    std::uint32_t notifyType;
-    unsigned char reserved92[4];
-    void* context;  ///< the `HEBConsumer` of the registration
-    unsigned char reserved104[8];
-    std::uint64_t refusalStatus;  ///< out: set by a consumer that vetoes
-};
-static_assert(offsetof(EventBlock, eventData) == 64);
-static_assert(offsetof(EventBlock, notifyType) == 88);
-static_assert(offsetof(EventBlock, context) == 96);
-static_assert(offsetof(EventBlock, refusalStatus) == 112);
-static_assert(sizeof(EventBlock) == 120);
-
-/// The notify type of the events that are acted on.
-inline constexpr std::uint32_t kEBEventNotifyType = 9;
-/// What a handler answers to let an event pass, and to veto it.
-inline constexpr std::uint32_t kHEBAccept = 0;
-inline constexpr std::uint32_t kHEBVeto = 0xFFFF00;
-
-/// Event data of a state change. Every family's data carries the GUID at the same place.
-struct HEBStateChange {
-    unsigned char reserved0[8];
-    std::uint16_t stateA;  ///< only the equality of the two states is known to matter
-    std::uint16_t stateB;
-    unsigned char reserved12[4];
-    std::uint64_t modeFlags;
-    GUID_t guid;
-};
-static_assert(offsetof(HEBStateChange, stateA) == 8);
-static_assert(offsetof(HEBStateChange, stateB) == 10);
-static_assert(offsetof(HEBStateChange, modeFlags) == 16);
-static_assert(offsetof(HEBStateChange, guid) == 24);
-static_assert(sizeof(HEBStateChange) == 40);
-
-/// Mode flag: the change may be refused.
-inline constexpr std::uint64_t VOLMODE_USER_ABORTABLE = 8;
-
-/// Event data of a rename; the names are UTF-16 texts or null.
-struct HEBRename {
-    unsigned char reserved0[24];
-    GUID_t guid;
-    unsigned char reserved40[16];  ///< where a deletion has its new GUID
-    const char16_t* oldName;
-    const char16_t* newName;
-};
-static_assert(offsetof(HEBRename, guid) == 24 && offsetof(HEBRename, oldName) == 56);
-
-/// Event data of a deletion and of a change of identifiers; a finished deletion has the new GUID.
-struct HEBIdentity {
-    unsigned char reserved0[24];
-    GUID_t guid;
-    GUID_t newGuid;
-};
-static_assert(offsetof(HEBIdentity, guid) == 24 && offsetof(HEBIdentity, newGuid) == 40);
-
 class HEBConsumer;
-
-/// Called on the bus's own thread; returns the consumer's answer.
-using HEBCallback = std::uint32_t (*)(EventBlock* event);
 
 /// One registration with the bus.
 struct HEBKey {
@@ -85,7 +25,8 @@ struct HEBKey {
 };
 
 /// The bus library's two entry points. They come from the process where it has them and from
-/// libhebus otherwise, which is opened at the first registration.
+/// libhebus otherwise, which is opened at the first registration. Stateless: any thread may call
+/// it.
 class HaldenEventBus {
   public:
     /// Returns a new key, which is the caller's until `EventUnregister` takes it back. Throws
@@ -98,25 +39,21 @@ class HaldenEventBus {
     void EventUnregister(HEBKey* key);
 };
 
-/// The registration families, one for each event that a consumer knows.
-enum class HEBFamily : unsigned { CPSE, CVSE, PR, VR, VRX, VD, VDX, ZID64E, ZID64X };
-inline constexpr std::size_t kHEBFamilies = 9;
-
-struct HEBFamilyFacts;
-
 /// A flag that the bus's thread sets and its owner polls. It is shared, since an event may still be
 /// held up when the owner is gone.
 using HEBChangeFlag = std::shared_ptr<std::atomic<bool>>;
 
 /// The tool's consumer on the bus. Each family is registered and unregistered by the owner's thread
 /// and handled on the bus's; registering twice, and unregistering what is not registered, return
-/// `zERR_INVALID_STATE`. Its destructor unregisters nothing: owners unregister first, and an owner
-/// that cannot be sure that the bus has let go hands the consumer to `Retire`.
+/// `zERR_INVALID_STATE`. Its destructor unregisters nothing: it lets the handlers at work go and
+/// waits for them, but an event that the bus delivers later would find nobody. So owners unregister
+/// first, and one that cannot be sure that the bus has let go hands the consumer to `Retire`.
 class HEBConsumer {
     using enum HEBFamily;
 
   public:
     explicit HEBConsumer(const char* name);
+    ~HEBConsumer();
     HEBConsumer(const HEBConsumer&) = delete;
     HEBConsumer& operator=(const HEBConsumer&) = delete;
 
@@ -131,6 +68,7 @@ class HEBConsumer {
     /// `Retire` does.
     static void SilenceRetired();
 
+    /// As the bus knows it.
     const std::string& Name() const { return name_; }
 
     // Each family has its four names: `Register` watches a pool or a volume, the static `Callback`
@@ -140,58 +78,64 @@ class HEBConsumer {
     // the flag is cleared or the family is unregistered. A flag that is not shared is its owner's,
     // who keeps it alive as long as the process may get events.
     int HEBC_CPSE_Register(const PoolKey& key, HEBChangeFlag changeRequired) {
-        return Register(CPSE, key, std::move(changeRequired));
+        return Register(CPSE, HEBC_CPSE_Callback, key, std::move(changeRequired));
     }
     int HEBC_CPSE_Register(const PoolKey& key, std::atomic<bool>* changeRequired) {
-        return Register(CPSE, key, Borrowed(changeRequired));
+        return Register(CPSE, HEBC_CPSE_Callback, key, Borrowed(changeRequired));
     }
     int HEBC_CPSE_Unregister() { return Unregister(CPSE); }
+    /// Whether the family is registered, as its owner's thread left it.
+    bool HEBC_CPSE_IsRegistered() const { return IsRegistered(CPSE); }
     static std::uint32_t HEBC_CPSE_Callback(EventBlock* event) { return Deliver<CPSE>(event); }
     std::uint32_t HEBC_CPSE_Handler(EventBlock* event) { return Handle(CPSE, event); }
 
     // Volume state: as pool state.
     int HEBC_CVSE_Register(const VolumeKey& key, HEBChangeFlag changeRequired) {
-        return Register(CVSE, key, std::move(changeRequired));
+        return Register(CVSE, HEBC_CVSE_Callback, key, std::move(changeRequired));
     }
     int HEBC_CVSE_Register(const VolumeKey& key, std::atomic<bool>* changeRequired) {
-        return Register(CVSE, key, Borrowed(changeRequired));
+        return Register(CVSE, HEBC_CVSE_Callback, key, Borrowed(changeRequired));
     }
     int HEBC_CVSE_Unregister() { return Unregister(CVSE); }
     static std::uint32_t HEBC_CVSE_Callback(EventBlock* event) { return Deliver<CVSE>(event); }
     std::uint32_t HEBC_CVSE_Handler(EventBlock* event) { return Handle(CVSE, event); }
 
     // The others only log what they see.
-    int HEBC_PR_Register(const PoolKey& key) { return Register(PR, key); }
+    int HEBC_PR_Register(const PoolKey& key) { return Register(PR, HEBC_PR_Callback, key); }
     int HEBC_PR_Unregister() { return Unregister(PR); }
     static std::uint32_t HEBC_PR_Callback(EventBlock* event) { return Deliver<PR>(event); }
     std::uint32_t HEBC_PR_Handler(EventBlock* event) { return Handle(PR, event); }
 
-    int HEBC_VR_Register(const VolumeKey& key) { return Register(VR, key); }
+    int HEBC_VR_Register(const VolumeKey& key) { return Register(VR, HEBC_VR_Callback, key); }
     int HEBC_VR_Unregister() { return Unregister(VR); }
     static std::uint32_t HEBC_VR_Callback(EventBlock* event) { return Deliver<VR>(event); }
     std::uint32_t HEBC_VR_Handler(EventBlock* event) { return Handle(VR, event); }
 
-    int HEBC_VRX_Register(const VolumeKey& key) { return Register(VRX, key); }
+    int HEBC_VRX_Register(const VolumeKey& key) { return Register(VRX, HEBC_VRX_Callback, key); }
     int HEBC_VRX_Unregister() { return Unregister(VRX); }
     static std::uint32_t HEBC_VRX_Callback(EventBlock* event) { return Deliver<VRX>(event); }
     std::uint32_t HEBC_VRX_Handler(EventBlock* event) { return Handle(VRX, event); }
 
-    int HEBC_VD_Register(const VolumeKey& key) { return Register(VD, key); }
+    int HEBC_VD_Register(const VolumeKey& key) { return Register(VD, HEBC_VD_Callback, key); }
     int HEBC_VD_Unregister() { return Unregister(VD); }
     static std::uint32_t HEBC_VD_Callback(EventBlock* event) { return Deliver<VD>(event); }
     std::uint32_t HEBC_VD_Handler(EventBlock* event) { return Handle(VD, event); }
 
-    int HEBC_VDX_Register(const VolumeKey& key) { return Register(VDX, key); }
+    int HEBC_VDX_Register(const VolumeKey& key) { return Register(VDX, HEBC_VDX_Callback, key); }
     int HEBC_VDX_Unregister() { return Unregister(VDX); }
     static std::uint32_t HEBC_VDX_Callback(EventBlock* event) { return Deliver<VDX>(event); }
     std::uint32_t HEBC_VDX_Handler(EventBlock* event) { return Handle(VDX, event); }
 
-    int HEBC_ZID64E_Register(const VolumeKey& key) { return Register(ZID64E, key); }
+    int HEBC_ZID64E_Register(const VolumeKey& key) {
+        return Register(ZID64E, HEBC_ZID64E_Callback, key);
+    }
     int HEBC_ZID64E_Unregister() { return Unregister(ZID64E); }
     static std::uint32_t HEBC_ZID64E_Callback(EventBlock* event) { return Deliver<ZID64E>(event); }
     std::uint32_t HEBC_ZID64E_Handler(EventBlock* event) { return Handle(ZID64E, event); }
 
-    int HEBC_ZID64X_Register(const VolumeKey& key) { return Register(ZID64X, key); }
+    int HEBC_ZID64X_Register(const VolumeKey& key) {
+        return Register(ZID64X, HEBC_ZID64X_Callback, key);
+    }
     int HEBC_ZID64X_Unregister() { return Unregister(ZID64X); }
     static std::uint32_t HEBC_ZID64X_Callback(EventBlock* event) { return Deliver<ZID64X>(event); }
     std::uint32_t HEBC_ZID64X_Handler(EventBlock* event) { return Handle(ZID64X, event); }
@@ -203,9 +147,16 @@ class HEBConsumer {
         Registration(const PVKey& key, HEBChangeFlag flag)
             : watched(key), changeRequired(std::move(flag)) {}
 
+        /// Sets the owner's flag, unless the registration has ended: then the flag may be a later
+        /// one's already.
+        void RequireChange();
+        /// False when it had ended before.
+        bool End();
+
         const PVKey watched;
         const HEBChangeFlag changeRequired;
         std::atomic<bool> registered{true};
+        std::mutex ending;  ///< held by `RequireChange` and `End`
     };
 
     struct Slots {
@@ -219,15 +170,16 @@ class HEBConsumer {
         return static_cast<HEBConsumer*>(event->context)->Handle(family, event);
     }
     static HEBChangeFlag Borrowed(std::atomic<bool>* flag) { return {HEBChangeFlag(), flag}; }
-    int Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired = nullptr);
+    int Register(HEBFamily family, HEBCallback callback, const PVKey& key,
+                 HEBChangeFlag changeRequired = nullptr);
     int Unregister(HEBFamily family);
+    bool IsRegistered(HEBFamily family) const;
     std::uint32_t Handle(HEBFamily family, EventBlock* event);
     std::uint32_t Answer(HEBFamily family, EventBlock* event);
-    void AwaitHandlers() const;
-    struct RetiredConsumers;
-    static RetiredConsumers& Retired();
-    static std::uint32_t HandleChange(const HEBFamilyFacts& facts, const Registration& registration,
+    static std::uint32_t HandleChange(const HEBFamilyFacts& facts, Registration& registration,
                                       EventBlock* event);
+    void ReleaseHandlers();
+    void AwaitHandlers() const;
 
     const std::string name_;
     HaldenEventBus bus_;

@@ -6,8 +6,8 @@
 #include "util/common/clock.h"
 #include "util/common/errors.h"
 #include "util/common/heb.h"
-#include "util/common/hebFamilies.h"
 #include "util/common/log.h"
+#include "util/common/neverDestroyed.h"
 
 namespace {
 
@@ -48,30 +48,33 @@ class Counted {
     std::atomic<int>& count_;
 };
 
-}  // namespace
-
-struct HEBConsumer::RetiredConsumers {
+struct RetiredConsumers {
     std::mutex mutex;
     std::vector<std::unique_ptr<HEBConsumer>> consumers;
 };
 
-/// Never freed: the bus's threads live as long as the process.
-HEBConsumer::RetiredConsumers& HEBConsumer::Retired() {
-    static RetiredConsumers& retired = *std::make_unique<RetiredConsumers>().release();
-    return retired;
+RetiredConsumers& Retired() {
+    static NeverDestroyed<RetiredConsumers> retired;
+    return *retired;
 }
 
+}  // namespace
+
 HEBConsumer::HEBConsumer(const char* name) : name_(name) {}
+
+HEBConsumer::~HEBConsumer() {
+    // A handler looks at its consumer until it has answered, so there is no end to this patience.
+    ReleaseHandlers();
+    while (handling_.load() != 0) {
+        AwaitHandlers();
+    }
+}
 
 void HEBConsumer::Retire(std::unique_ptr<HEBConsumer> consumer) {
     if (consumer == nullptr || !consumer->offeredToBus_) {
         return;
     }
-    for (Slots& slots : consumer->slots_) {
-        for (const auto& registration : slots.registrations) {
-            registration->registered.store(false);
-        }
-    }
+    consumer->ReleaseHandlers();
     consumer->AwaitHandlers();
     RetiredConsumers& retired = Retired();
     const std::lock_guard lock(retired.mutex);
@@ -82,26 +85,29 @@ void HEBConsumer::SilenceRetired() {
     RetiredConsumers& retired = Retired();
     const std::lock_guard lock(retired.mutex);
     for (const auto& consumer : retired.consumers) {
+        // One that was not silent yet may be at its line: the log stays until that is written.
         consumer->silent_.store(true);
         consumer->AwaitHandlers();
     }
 }
 
-int HEBConsumer::Register(HEBFamily family, const PVKey& key, HEBChangeFlag changeRequired) {
-    Slots& slots = slots_[static_cast<std::size_t>(family)];
-    const Registration* current = slots.current.load(std::memory_order_relaxed);
-    if (current != nullptr && IsSet(current->registered)) {
+int HEBConsumer::Register(HEBFamily family, HEBCallback callback, const PVKey& key,
+                          HEBChangeFlag changeRequired) {
+    if (IsRegistered(family)) {
         return zERR_INVALID_STATE;
     }
+    // A registration that fails may have reached the bus all the same.
     offeredToBus_ = true;
+    Slots& slots = slots_[static_cast<std::size_t>(family)];
     const HEBFamilyFacts& facts = HEBFactsOf(family);
     try {
-        slots.key.reset(bus_.EventRegister(facts.eventName, name_, this, facts.callback));
+        slots.key.reset(bus_.EventRegister(facts.eventName, name_, this, callback));
     } catch (const std::exception& error) {
         LogLine() << "Exception while registering for HEB event " << facts.eventName << ":  "
                   << error.what() << "\nutil/common/heb[635]\n";
         return zEVENT_REGISTRATION_FAILED;
     }
+    // Published last and whole: what the bus delivers up to here is an early event.
     slots.registrations.push_back(std::make_unique<Registration>(key, std::move(changeRequired)));
     slots.current.store(slots.registrations.back().get(), std::memory_order_release);
     return 0;
@@ -110,16 +116,44 @@ int HEBConsumer::Register(HEBFamily family, const PVKey& key, HEBChangeFlag chan
 int HEBConsumer::Unregister(HEBFamily family) {
     Slots& slots = slots_[static_cast<std::size_t>(family)];
     Registration* current = slots.current.load(std::memory_order_relaxed);
-    // Cleared before the bus is asked: this releases a handler that the bus may be waiting for.
-    if (current == nullptr || !current->registered.exchange(false, std::memory_order_relaxed)) {
+    // Ended before the bus is asked: this releases a handler that the bus may be waiting for.
+    if (current == nullptr || !current->End()) {
         return zERR_INVALID_STATE;
     }
+    // Forgotten even when the bus refuses: it may then go on to deliver, and what it delivers is an
+    // early event.
     try {
         bus_.EventUnregister(slots.key.release());
     } catch (const std::exception& error) {
         LogLine() << "util/common/heb[225] Could not unregister from HEB " << error.what() << '\n';
     }
     return 0;
+}
+
+void HEBConsumer::Registration::RequireChange() {
+    const std::lock_guard lock(ending);
+    if (IsSet(registered)) {
+        changeRequired->store(true, std::memory_order_relaxed);
+    }
+}
+
+bool HEBConsumer::Registration::End() {
+    const std::lock_guard lock(ending);
+    return registered.exchange(false);
+}
+
+bool HEBConsumer::IsRegistered(HEBFamily family) const {
+    const Slots& slots = slots_[static_cast<std::size_t>(family)];
+    const Registration* current = slots.current.load(std::memory_order_relaxed);
+    return current != nullptr && IsSet(current->registered);
+}
+
+void HEBConsumer::ReleaseHandlers() {
+    for (const Slots& slots : slots_) {
+        for (const auto& registration : slots.registrations) {
+            registration->End();
+        }
+    }
 }
 
 void HEBConsumer::AwaitHandlers() const {
@@ -144,7 +178,8 @@ std::uint32_t HEBConsumer::Handle(HEBFamily family, EventBlock* event) {
 
 std::uint32_t HEBConsumer::Answer(HEBFamily family, EventBlock* event) {
     const HEBFamilyFacts& facts = HEBFactsOf(family);
-    const Registration* registration =
+    // Read once: the family may be registered anew while this event is looked at.
+    Registration* registration =
         slots_[static_cast<std::size_t>(family)].current.load(std::memory_order_acquire);
     if (registration == nullptr || !registration->registered.load()) {
         LogLine() << Heading("util/common/heb[540]", facts) << "early event.\n";
@@ -169,8 +204,8 @@ std::uint32_t HEBConsumer::Answer(HEBFamily family, EventBlock* event) {
     return kHEBAccept;
 }
 
-std::uint32_t HEBConsumer::HandleChange(const HEBFamilyFacts& facts,
-                                        const Registration& registration, EventBlock* event) {
+std::uint32_t HEBConsumer::HandleChange(const HEBFamilyFacts& facts, Registration& registration,
+                                        EventBlock* event) {
     const auto& change = *static_cast<const HEBStateChange*>(event->eventData);
     if (change.stateA == change.stateB) {
         LogLine line;
@@ -187,9 +222,11 @@ std::uint32_t HEBConsumer::HandleChange(const HEBFamilyFacts& facts,
         event->refusalStatus = facts.refusalStatus;
         return kHEBVeto;
     }
+    // Said before the flag is set: a run that sees the flag may end, and its log with it.
     LogLine() << Heading("util/common/heb[592]", facts) << "accepted " << facts.request
               << " request because VOLMODE_USER_ABORTABLE not present.\n";
-    registration.changeRequired->store(true, std::memory_order_relaxed);
+    registration.RequireChange();
+    // Whichever the owner clears first lets the change go on; see `PoolLock::Unlock`.
     while (IsSet(registration.registered) && IsSet(*registration.changeRequired)) {
         Ostrel::LB_delay(kPollMilliseconds);
     }

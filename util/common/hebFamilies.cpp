@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "util/common/errors.h"
+#include "util/common/hebEvent.h"
 #include "util/common/unicode.h"
 
 namespace {
@@ -39,24 +40,24 @@ void ReportBothVolumes(std::ostream& line, const void* eventData) {
 
 /// In the order of `HEBFamily`.
 constexpr HEBFamilyFacts kFamilies[kHEBFamilies] = {
-    {"CPSE", "OSTREL.ChangePoolState.Enter", HEBConsumer::HEBC_CPSE_Callback, "pool", "CPS",
-     zERR_POOL_CONSUMER_PREVENTED, false, nullptr, nullptr},
-    {"CVSE", "OSTREL.ChangeVolState.Enter", HEBConsumer::HEBC_CVSE_Callback, "volume", "CVS",
-     zERR_VOLUME_CONSUMER_PREVENTED, true, nullptr, nullptr},
-    {"PR", "OSTREL.PoolRename.Enter", HEBConsumer::HEBC_PR_Callback, "pool", nullptr, 0, false,
-     "the pool is being renamed.", ReportRename<kPoolGUID>},
-    {"VR", "OSTREL.LVolumeRename.Enter", HEBConsumer::HEBC_VR_Callback, "volume", nullptr, 0, false,
+    {"CPSE", "OSTREL.ChangePoolState.Enter", "pool", "CPS", zERR_POOL_CONSUMER_PREVENTED, false,
+     nullptr, nullptr},
+    {"CVSE", "OSTREL.ChangeVolState.Enter", "volume", "CVS", zERR_VOLUME_CONSUMER_PREVENTED, true,
+     nullptr, nullptr},
+    {"PR", "OSTREL.PoolRename.Enter", "pool", nullptr, 0, false, "the pool is being renamed.",
+     ReportRename<kPoolGUID>},
+    {"VR", "OSTREL.LVolumeRename.Enter", "volume", nullptr, 0, false,
      "the volume is being renamed.", ReportRename<kVolumeGUID>},
-    {"VRX", "OSTREL.LVolumeRename.Exit", HEBConsumer::HEBC_VRX_Callback, "volume", nullptr, 0,
-     false, "the volume has been renamed.", ReportRename<kVolumeGUID>},
-    {"VD", "OSTREL.LVolumeDelete.Enter", HEBConsumer::HEBC_VD_Callback, "volume", nullptr, 0, false,
+    {"VRX", "OSTREL.LVolumeRename.Exit", "volume", nullptr, 0, false,
+     "the volume has been renamed.", ReportRename<kVolumeGUID>},
+    {"VD", "OSTREL.LVolumeDelete.Enter", "volume", nullptr, 0, false,
      "the volume is being deleted.", ReportVolume},
-    {"VDX", "OSTREL.LVolumeDelete.Exit", HEBConsumer::HEBC_VDX_Callback, "volume", nullptr, 0,
-     false, "the volume has been deleted.", ReportBothVolumes},
-    {"ZID64E", "OSTREL.LVolZID64.Enter", HEBConsumer::HEBC_ZID64E_Callback, "volume", nullptr, 0,
-     false, "the volume is being moved to 64-bit ZIDs.", ReportVolume},
-    {"ZID64X", "OSTREL.LVolZID64.Exit", HEBConsumer::HEBC_ZID64X_Callback, "volume", nullptr, 0,
-     false, "the volume has been moved to 64-bit ZIDs.", ReportVolume},
+    {"VDX", "OSTREL.LVolumeDelete.Exit", "volume", nullptr, 0, false,
+     "the volume has been deleted.", ReportBothVolumes},
+    {"ZID64E", "OSTREL.LVolZID64.Enter", "volume", nullptr, 0, false,
+     "the volume is being moved to 64-bit ZIDs.", ReportVolume},
+    {"ZID64X", "OSTREL.LVolZID64.Exit", "volume", nullptr, 0, false,
+     "the volume has been moved to 64-bit ZIDs.", ReportVolume},
 };
 
 }  // namespace

@@ -1,15 +1,17 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 
-#include "util/common/heb.h"
+/// The registration families, one for each event that a consumer knows.
+enum class HEBFamily : unsigned { CPSE, CVSE, PR, VR, VRX, VD, VDX, ZID64E, ZID64X };
+inline constexpr std::size_t kHEBFamilies = 9;
 
 /// What tells one registration family of a consumer from another; everything else is shared.
 struct HEBFamilyFacts {
     const char* name;
     const char* eventName;
-    HEBCallback callback;
     const char* object;  ///< "pool" or "volume"
     /// A state change's short name and the status that refuses it; null and 0 for a family that
     /// only reports.
@@ -20,4 +22,5 @@ struct HEBFamilyFacts {
     void (*report)(std::ostream& line, const void* eventData);  ///< and what it says then
 };
 
+/// The facts of a family, which are constant.
 const HEBFamilyFacts& HEBFactsOf(HEBFamily family);

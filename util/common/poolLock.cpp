@@ -15,17 +15,24 @@ PoolLock::~PoolLock() {
     if (IsLocked) {
         Unlock();
     }
+    // Kept even where the bus says that it has let go: an event may be on its way to it.
     HEBConsumer::Retire(std::move(consumer_));
 }
 
 int PoolLock::Lock(unsigned state, bool exclusive) {
     IsExclusive = exclusive;
     requiredState_ = state;
+    // What an earlier time of this lock has left there does not concern the new one. Where the
+    // event is watched already, it may be a change that waits.
+    if (!consumer_->HEBC_CPSE_IsRegistered()) {
+        CVSRequired.store(false, std::memory_order_relaxed);
+    }
     // Registered before the state is asked, so that a change that starts in between is caught.
     const int status = consumer_->HEBC_CPSE_Register(*poolKey_, changeRequired_);
     if (status != 0) {
         return status;
     }
+    // Where the query throws, the event stays watched until the lock is destroyed.
     if (poolKey_->GetState() != requiredState_) {
         consumer_->HEBC_CPSE_Unregister();
         return zERR_POOL_STATE_INCOMPATIBLE;

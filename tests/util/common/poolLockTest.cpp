@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "tests/support/cannedService.h"
 #include "tests/support/capturedLog.h"
@@ -141,6 +143,56 @@ TEST_F(Lock, CanBeTakenAgain) {
     Hold();
     EXPECT_TRUE(lock_->IsLocked);
     EXPECT_EQ(Deliver(kGUID, 3, 6, kAbortable).answer, 0xFFFF00U);
+}
+
+TEST_F(Lock, TakenAgainKnowsNothingOfAChangeOfTheTimeBefore) {
+    Hold();
+    EXPECT_EQ(lock_->Unlock(), 0);
+    lock_->CVSRequired.store(true);
+    Hold();
+    EXPECT_FALSE(Required());
+}
+
+TEST_F(Lock, TakenTwiceGoesOnHoldingAChange) {
+    Hold();
+    auto delivery = Force();
+    EXPECT_EQ(lock_->Lock(kMaintenance, true), 20010);
+    EXPECT_TRUE(Required());
+    EXPECT_EQ(delivery.wait_for(250ms), std::future_status::timeout);
+    EXPECT_EQ(lock_->Unlock(), 0);
+    EXPECT_EQ(delivery.get().answer, 0U);
+}
+
+/// Calls a function in the middle of a line, the first that is logged.
+class InterruptedLine : public std::stringbuf {
+  public:
+    explicit InterruptedLine(std::function<void()> interrupt) : interrupt_(std::move(interrupt)) {}
+
+  protected:
+    std::streamsize xsputn(const char* text, std::streamsize length) override {
+        if (const auto interrupt = std::exchange(interrupt_, nullptr)) {
+            interrupt();
+        }
+        return std::stringbuf::xsputn(text, length);
+    }
+
+  private:
+    std::function<void()> interrupt_;
+};
+
+TEST_F(Lock, TakenAgainIsNotToldOfAChangeThatTheTimeBeforeWasSlowToTakeIn) {
+    Hold();
+    InterruptedLine line([this] {
+        EXPECT_EQ(lock_->Unlock(), 0);
+        EXPECT_EQ(lock_->Lock(kMaintenance, true), 0);
+    });
+    const LogRedirection redirection(line);
+    EXPECT_EQ(Deliver(kGUID, 3, 6, 0).answer, 0U);
+    EXPECT_TRUE(lock_->IsLocked);
+    EXPECT_FALSE(Required());
+    EXPECT_EQ(line.str(),
+              "util/common/heb[592] HEBC_CPSE_Handler -- accepted CPS request because "
+              "VOLMODE_USER_ABORTABLE not present.\n");
 }
 
 TEST_F(Lock, RegistersBeforeItAsksForTheState) {
