@@ -170,8 +170,7 @@ std::int32_t FinalStatus(const std::string& details, const char* entryPath, std:
 
 void LogChannelException(const char* what, const OstrelError& error) {
     LogLine() << "Exception while attempting to " << what
-              << " VFSManageCmd Object:  " << error.what() << " (" << std::to_string(error.status)
-              << ")\n";
+              << " VFSManageCmd Object:  " << error.what() << " (" << error.status << ")\n";
 }
 
 /// The whole file, or `AdminError` with errno.
@@ -370,6 +369,7 @@ void VFSManageCmd::OpenAndReadXMLT(const std::string& poolName, const std::strin
                                    std::uint64_t userKey, std::string& contents, bool layout64) {
     contents = ReadWhole("/_admin/Manage_OSTREL/Pool/" + poolName +
                          (layout64 ? "/KUVO64/" : "/KUVO/") + file);
+    // A file of that name may be an older job's: the key in it says whose it is.
     unsigned long long key = 0;
     if (LBP_GetValue(contents.c_str(), "<userKey value=\"", key) != 0) {
         throw AdminError("XML file must have <userKey>, but none found.", zERR_XML_IS_INCOMPLETE,

@@ -279,7 +279,7 @@ TEST_F(RAVCommands, ReportChannelExceptionsWithTheirStatus) {
               "util/common/ostrelVFS[291] Could not read from "
               "\"/_admin/Manage_OSTREL/manage.cmd\" because of \"20011\"\n"
               "Exception while attempting to read from VFSManageCmd Object:  "
-              "Could not read because of a write error  (20011)\n");
+              "Could not read because of a write error  (4e2b)\n");
 }
 
 TEST_F(RAVCommands, ReportAWriteThatFails) {
