@@ -139,16 +139,16 @@ CommandResult InjectFault(Simulation& simulation, const ControlArguments& words)
         simulation.faults.Clear();
         return {};
     }
-    Fault fault{words.Word(0), words.WordOr(1, ""), words.Number("--after", 0, kAny),
-                words.Number("--next", 1, kAny)};
-    if (fault.next == 0) {
+    const FaultOrder order{words.Word(0), words.WordOr(1, ""), words.Number("--after", 0, kAny),
+                           words.Number("--next", 1, kAny)};
+    if (order.next == 0) {
         return Error("a fault for no turn at all");
     }
-    const std::string wrong = simulation.faults.Add(fault);
+    const std::string wrong = simulation.faults.Add(order);
     if (!wrong.empty()) {
         return Error(wrong);
     }
-    simulation.trace.Add("fault", fault.kind + " " + fault.argument);
+    simulation.trace.Add("fault", order.kind + " " + order.argument);
     return {};
 }
 
@@ -210,8 +210,9 @@ CommandResult List(Simulation& simulation, const ControlArguments& words) {
         lines.push_back("registration of " + DescribeRegistration(registration));
     }
     for (const Fault& fault : simulation.faults.Waiting()) {
-        lines.push_back("fault " + fault.kind + " " + fault.argument + " for the next " +
-                        std::to_string(fault.next) + " after " + std::to_string(fault.after));
+        lines.push_back("fault " + std::string(NameOf(fault)) + " " + fault.argument +
+                        " for the next " + std::to_string(fault.next) + " after " +
+                        std::to_string(fault.after));
     }
     return {kExitDone, std::move(lines)};
 }

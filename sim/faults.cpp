@@ -1,66 +1,29 @@
 #include "sim/faults.h"
 
-#include <algorithm>
-#include <array>
+#include <iterator>
+#include <limits>
 #include <utility>
 
 #include "sim/statuses.h"
 #include "sim/textTools.h"
 
 namespace sim {
-namespace {
 
-enum class Argument { None, Number, OptionalNumber, OptionalWord, Text };
-
+/// What tells one kind of fault from another.
 struct FaultKind {
-    std::string_view name;
-    FaultPoint point;
-    Argument argument;
+    enum class Argument { Word, Number, OptionalNumber, Text };
+
+    std::string_view name{};
+    FaultPoint point = FaultPoint::Reply;
+    /// What becomes of a reply at the point `Reply`; null for a kind of another point.
+    std::string (*distort)(const std::string& reply, const Fault& fault) = nullptr;
+    Argument argument = Argument::Word;
+    std::string_view word{};   ///< the one `Word` of this row; empty where there is no argument
+    std::uint64_t number = 0;  ///< of a fault without a number of its own
+    std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
 };
 
-constexpr std::array<FaultKind, 15> kKinds = {{
-    {"refuse", FaultPoint::Reply, Argument::OptionalNumber},
-    {"result", FaultPoint::Reply, Argument::Number},
-    {"operation-result", FaultPoint::Reply, Argument::Number},
-    {"malformed", FaultPoint::Reply, Argument::OptionalWord},
-    {"bad-guid", FaultPoint::Reply, Argument::None},
-    {"no-value", FaultPoint::Reply, Argument::None},
-    {"size", FaultPoint::Reply, Argument::Number},
-    {"reply", FaultPoint::Reply, Argument::Text},
-    {"slow", FaultPoint::Delay, Argument::Number},
-    {"eio-open", FaultPoint::Open, Argument::None},
-    {"eio-switch", FaultPoint::Switch, Argument::None},
-    {"eio-write", FaultPoint::Write, Argument::None},
-    {"eio-read", FaultPoint::Read, Argument::None},
-    {"bus-refuse", FaultPoint::BusRegister, Argument::OptionalNumber},
-    {"bus-refuse-unregister", FaultPoint::BusUnregister, Argument::OptionalNumber},
-}};
-
-constexpr std::array<std::string_view, 6> kMalformed = {
-    "cut", "empty", "not-xml", "no-result", "no-operation-result", "no-attribute"};
-
-const FaultKind* KindOf(std::string_view name) {
-    const auto* found = std::find_if(kKinds.begin(), kKinds.end(),
-                                     [&](const FaultKind& kind) { return kind.name == name; });
-    return found == kKinds.end() ? nullptr : found;
-}
-
-bool IsArgument(Argument wanted, const std::string& text) {
-    switch (wanted) {
-        case Argument::None:
-            return text.empty();
-        case Argument::Number:
-            return ToNumber(text).has_value();
-        case Argument::OptionalNumber:
-            return text.empty() || ToNumber(text).has_value();
-        case Argument::OptionalWord:
-            return text.empty() ||
-                   std::find(kMalformed.begin(), kMalformed.end(), text) != kMalformed.end();
-        case Argument::Text:
-            return true;
-    }
-    return false;
-}
+namespace {
 
 // Replaces the nth (from 0) "<result value=...>" element; as it was when there is none.
 std::string WithResult(std::string reply, int which, const std::string& element) {
@@ -91,70 +54,153 @@ std::string WithElement(std::string reply, const std::string& name, const std::s
     return reply;
 }
 
-// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): what, then how
-std::string Malformed(const std::string& reply, const std::string& how) {
-    if (how == "empty") {
-        return {};
-    }
-    if (how == "not-xml") {
-        return "The storage service has nothing to say.";
-    }
-    if (how == "no-result") {
-        return WithResult(reply, 0, "");
-    }
-    if (how == "no-operation-result") {
-        return WithResult(reply, 1, "");
-    }
-    if (how == "no-attribute") {
-        return WithResult(WithResult(reply, 0, "<result />"), 1, "<result />");
-    }
+std::string Refused(const std::string& /*reply*/, const Fault& fault) {
+    return WriteResultReply(fault.number);
+}
+
+std::string WithOtherResult(const std::string& reply, const Fault& fault) {
+    return WithResult(reply, 0, ResultElement(fault.argument));
+}
+
+std::string WithOtherOperationResult(const std::string& reply, const Fault& fault) {
+    return WithResult(reply, 1, ResultElement(fault.argument));
+}
+
+std::string Nothing(const std::string& /*reply*/, const Fault& /*fault*/) {
+    return {};
+}
+
+std::string Half(const std::string& reply, const Fault& /*fault*/) {
     return reply.substr(0, reply.size() / 2);
 }
 
-std::string WithBadGuid(const std::string& reply) {
+std::string NoXml(const std::string& /*reply*/, const Fault& /*fault*/) {
+    return "The storage service has nothing to say.";
+}
+
+std::string WithoutResult(const std::string& reply, const Fault& /*fault*/) {
+    return WithResult(reply, 0, "");
+}
+
+std::string WithoutOperationResult(const std::string& reply, const Fault& /*fault*/) {
+    return WithResult(reply, 1, "");
+}
+
+std::string WithoutAttributes(const std::string& reply, const Fault& /*fault*/) {
+    return WithResult(WithResult(reply, 0, "<result />"), 1, "<result />");
+}
+
+std::string WithBadGuid(const std::string& reply, const Fault& /*fault*/) {
     const std::string pool = WithElement(reply, "poolGUID", "<poolGUID>no-guid</poolGUID>");
     return WithElement(pool, "volumeGUID", "<volumeGUID>no-guid</volumeGUID>");
 }
 
-std::string WithoutValues(std::string reply) {
+std::string WithoutValues(const std::string& reply, const Fault& /*fault*/) {
+    std::string bare = reply;
     for (const char* name : {"poolState", "poolGUID", "volumeState", "volumeGUID"}) {
-        reply = WithElement(std::move(reply), name, "");
+        bare = WithElement(std::move(bare), name, "");
     }
-    return reply;
+    return bare;
 }
 
 // Blanks before the last end tag: a reader that loses one byte loses the end of the root element.
-std::string PaddedTo(std::string reply, std::uint64_t size) {
+std::string PaddedToSize(const std::string& reply, const Fault& fault) {
+    std::string padded = reply;
     const auto at = reply.rfind("</");
-    if (at != std::string::npos && reply.size() < size) {
-        reply.insert(at, size - reply.size(), ' ');
+    if (at != std::string::npos && reply.size() < fault.number) {
+        padded.insert(at, fault.number - reply.size(), ' ');
     }
-    return reply;
+    return padded;
+}
+
+std::string OwnText(const std::string& /*reply*/, const Fault& fault) {
+    return fault.argument;
+}
+
+using Argument = FaultKind::Argument;
+
+constexpr std::uint64_t kLargestReply = 1U << 20;  // bytes
+constexpr std::uint64_t kLongestDelay = 1U << 20;  // milliseconds
+
+constexpr FaultKind kKinds[] = {
+    {.name = "refuse",
+     .distort = Refused,
+     .argument = Argument::OptionalNumber,
+     .number = kRequestRefused},
+    {.name = "result", .distort = WithOtherResult, .argument = Argument::Number},
+    {.name = "operation-result", .distort = WithOtherOperationResult, .argument = Argument::Number},
+    {.name = "malformed", .distort = Half},
+    {.name = "malformed", .distort = Half, .word = "cut"},
+    {.name = "malformed", .distort = Nothing, .word = "empty"},
+    {.name = "malformed", .distort = NoXml, .word = "not-xml"},
+    {.name = "malformed", .distort = WithoutResult, .word = "no-result"},
+    {.name = "malformed", .distort = WithoutOperationResult, .word = "no-operation-result"},
+    {.name = "malformed", .distort = WithoutAttributes, .word = "no-attribute"},
+    {.name = "bad-guid", .distort = WithBadGuid},
+    {.name = "no-value", .distort = WithoutValues},
+    {.name = "size",
+     .distort = PaddedToSize,
+     .argument = Argument::Number,
+     .largest = kLargestReply},
+    {.name = "reply", .distort = OwnText, .argument = Argument::Text},
+    {.name = "slow",
+     .point = FaultPoint::Delay,
+     .argument = Argument::Number,
+     .largest = kLongestDelay},
+    {.name = "eio-open", .point = FaultPoint::Open},
+    {.name = "eio-switch", .point = FaultPoint::Switch},
+    {.name = "eio-write", .point = FaultPoint::Write},
+    {.name = "eio-read", .point = FaultPoint::Read},
+    {.name = "bus-refuse",
+     .point = FaultPoint::BusRegister,
+     .argument = Argument::OptionalNumber,
+     .number = kRequestRefused},
+    {.name = "bus-refuse-unregister",
+     .point = FaultPoint::BusUnregister,
+     .argument = Argument::OptionalNumber,
+     .number = kRequestRefused},
+};
+
+bool Fits(const FaultKind& kind, const std::string& argument) {
+    const auto number = ToNumber(argument);
+    switch (kind.argument) {
+        case Argument::Word:
+            return argument == kind.word;
+        case Argument::Number:
+            return number && *number <= kind.largest;
+        case Argument::OptionalNumber:
+            return argument.empty() || (number && *number <= kind.largest);
+        case Argument::Text:
+            return true;
+    }
+    return false;
 }
 
 }  // namespace
+
+std::string_view NameOf(const Fault& fault) {
+    return fault.kind->name;
+}
 
 std::string WriteResultReply(std::uint64_t status) {
     return "<writeResult><error>The request was refused (" + std::to_string(status) +
            ")</error></writeResult>";
 }
 
-std::string Faults::Add(Fault fault) {
-    const FaultKind* kind = KindOf(fault.kind);
-    if (kind == nullptr) {
-        return "no fault is called \"" + fault.kind + "\"";
+std::string Faults::Add(const FaultOrder& order) {
+    bool known = false;
+    for (const FaultKind& kind : kKinds) {
+        known = known || kind.name == order.kind;
+        if (kind.name == order.kind && Fits(kind, order.argument)) {
+            const std::scoped_lock lock(mutex_);
+            faults_.push_back({&kind, order.argument,
+                               ToNumber(order.argument).value_or(kind.number), order.after,
+                               order.next});
+            return {};
+        }
     }
-    if (!IsArgument(kind->argument, fault.argument)) {
-        return "\"" + fault.argument + "\" does not fit the fault \"" + fault.kind + "\"";
-    }
-    constexpr std::uint64_t kLargest = 1U << 20;
-    if (kind->argument == Argument::Number && (kind->name == "size" || kind->name == "slow") &&
-        ToNumber(fault.argument).value_or(0) > kLargest) {
-        return "\"" + fault.argument + "\" is too large";
-    }
-    const std::scoped_lock lock(mutex_);
-    faults_.push_back(std::move(fault));
-    return {};
+    return known ? "\"" + order.argument + "\" does not fit the fault \"" + order.kind + "\""
+                 : "no fault is called \"" + order.kind + "\"";
 }
 
 void Faults::Clear() {
@@ -171,7 +217,7 @@ std::vector<Fault> Faults::Strike(FaultPoint point) {
     const std::scoped_lock lock(mutex_);
     std::vector<Fault> striking;
     for (auto it = faults_.begin(); it != faults_.end();) {
-        if (KindOf(it->kind)->point == point) {
+        if (it->kind->point == point) {
             if (it->after > 0) {
                 --it->after;
             } else {
@@ -185,28 +231,7 @@ std::vector<Fault> Faults::Strike(FaultPoint point) {
 }
 
 std::string DistortReply(const std::string& reply, const Fault& fault) {
-    if (fault.kind == "refuse") {
-        return WriteResultReply(ToNumber(fault.argument).value_or(kRequestRefused));
-    }
-    if (fault.kind == "result") {
-        return WithResult(reply, 0, ResultElement(fault.argument));
-    }
-    if (fault.kind == "operation-result") {
-        return WithResult(reply, 1, ResultElement(fault.argument));
-    }
-    if (fault.kind == "malformed") {
-        return Malformed(reply, fault.argument);
-    }
-    if (fault.kind == "bad-guid") {
-        return WithBadGuid(reply);
-    }
-    if (fault.kind == "no-value") {
-        return WithoutValues(reply);
-    }
-    if (fault.kind == "size") {
-        return PaddedTo(reply, ToNumber(fault.argument).value_or(0));
-    }
-    return fault.argument;
+    return fault.kind->distort(reply, fault);
 }
 
 }  // namespace sim

@@ -13,20 +13,38 @@ namespace sim {
 /// Where an injected fault takes effect.
 enum class FaultPoint { Open, Switch, Write, Read, Delay, Reply, BusRegister, BusUnregister };
 
-/// A fault that waits for its turn.
-struct Fault {
+/// A fault as somebody asks for it.
+struct FaultOrder {
     std::string kind;
-    std::string argument;
+    std::string argument;     ///< empty where the kind needs none
     std::uint64_t after = 0;  ///< turns that it lets pass first
     std::uint64_t next = 1;   ///< turns that it then takes
 };
 
+struct FaultKind;
+
+/// A fault that waits for its turn.
+struct Fault {
+    const FaultKind* kind;     ///< its row in the table of the kinds, constant
+    std::string argument;      ///< as it was given
+    std::uint64_t number = 0;  ///< the argument as a number, or the kind's own without one
+    std::uint64_t after = 0;   ///< turns that it still lets pass
+    std::uint64_t next = 1;    ///< turns that it then still takes
+};
+
+/// The word that injects faults of this kind.
+std::string_view NameOf(const Fault& fault);
+
 /// The injected faults. Any thread may call it.
 class Faults {
   public:
-    /// What is wrong with the kind or its argument; empty when the fault is taken.
-    std::string Add(Fault fault);
+    /// Injects a fault. Gives what is wrong with the kind or its argument, empty when it is taken.
+    std::string Add(const FaultOrder& order);
+
+    /// Forgets the faults that wait.
     void Clear();
+
+    /// The faults that have turns left, in the order in which they were injected.
     std::vector<Fault> Waiting() const;
 
     /// A turn at `point`: the faults that strike now.

@@ -3,8 +3,6 @@
 #include <cerrno>
 #include <thread>
 
-#include "sim/textTools.h"
-
 namespace sim {
 namespace {
 
@@ -54,6 +52,7 @@ int Conversation::TakeRequest(std::string_view request) {
         return -EIO;
     }
     Note("request", request);
+    // A reply is made when it is asked for, and distorted then: reading it twice gives it twice.
     reply_ = context_.requests.Answer(request);
     for (const Fault& fault : context_.faults.Strike(FaultPoint::Reply)) {
         reply_ = DistortReply(reply_, fault);
@@ -61,7 +60,7 @@ int Conversation::TakeRequest(std::string_view request) {
     readFails_ = context_.faults.Strikes(FaultPoint::Read);
     readyAt_ = std::chrono::steady_clock::now();
     for (const Fault& fault : context_.faults.Strike(FaultPoint::Delay)) {
-        readyAt_ += std::chrono::milliseconds(ToNumber(fault.argument).value_or(0));
+        readyAt_ += std::chrono::milliseconds(fault.number);
     }
     Note("reply", std::to_string(reply_.size()) + " bytes " + reply_);
     return 0;

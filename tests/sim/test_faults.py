@@ -129,7 +129,7 @@ def test_waiting_faults_are_cleared(sim):
 @pytest.mark.parametrize("words", [
     ["nonsense"], ["slow"], ["slow", "soon"], ["size", "-1"], ["malformed", "slightly"],
     ["bad-guid", "1"], ["refuse", "x"], ["refuse", "--next", "0"], ["refuse", "1", "2"],
-    ["slow", "99999999"], []])
+    ["slow", "99999999"], ["size", "1048577"], ["malformed", "cut", "empty"], []])
 def test_a_fault_that_makes_no_sense_is_an_error(sim, words):
     assert sim.control("fault", *words, status=2).startswith("ostrelsimctl: ")
     assert sim.listed("fault") == []
