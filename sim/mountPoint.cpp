@@ -28,28 +28,33 @@ bool IsSameFile(int descriptor, const std::string& path) {
 
 }  // namespace
 
-// One attempt at a shared lock on the record. The lock is not changed from exclusive to shared in
-// one step, so the last user may have removed everything in between.
-bool MountPoint::Take() {
+// One attempt at a shared lock on the record; false when the last user before has removed it in
+// between. Whether the directory is there is asked under the lock alone: one that is there without
+// it may be about to go.
+bool MountPoint::TakeRecord() {
     record_ = open(recordPath_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (record_ < 0) {
         throw std::runtime_error("could not make " + path_ + ": " + recordPath_ + ": " +
                                  std::strerror(errno));
     }
     flock(record_, LOCK_SH);
-    struct stat facts {};
     if (IsSameFile(record_, recordPath_)) {
-        mkdir(path_.c_str(), 0755);
-        if (stat(path_.c_str(), &facts) == 0) {
-            return true;
-        }
-        const std::string reason = std::strerror(errno);
-        unlink(recordPath_.c_str());
-        close(record_);
-        throw std::runtime_error("could not make " + path_ + ": " + reason);
+        return true;
     }
     close(record_);
     return false;
+}
+
+// The last user removes the record, and the directory unless it is the user's own.
+void MountPoint::LeaveRecord() {
+    if (flock(record_, LOCK_EX | LOCK_NB) == 0 && IsSameFile(record_, recordPath_)) {
+        struct stat facts {};
+        if (fstat(record_, &facts) == 0 && facts.st_size > 0) {
+            rmdir(path_.c_str());
+        }
+        unlink(recordPath_.c_str());
+    }
+    close(record_);
 }
 
 MountPoint::MountPoint(const std::string& path) : path_(path), recordPath_(RecordPathOf(path)) {
@@ -57,22 +62,18 @@ MountPoint::MountPoint(const std::string& path) : path_(path), recordPath_(Recor
     if (stat(path.c_str(), &facts) != 0 && errno == ENOTCONN) {
         umount2(path.c_str(), MNT_DETACH);  // left by a service that was killed
     }
-    if (stat(path.c_str(), &facts) == 0 && access(recordPath_.c_str(), F_OK) != 0) {
-        return;  // it is the user's own
+    while (!TakeRecord()) {
     }
-    while (!Take()) {
+    const bool made = mkdir(path.c_str(), 0755) == 0 && ftruncate(record_, 1) == 0;
+    if (!made && stat(path.c_str(), &facts) != 0) {
+        const std::string reason = std::strerror(errno);
+        LeaveRecord();
+        throw std::runtime_error("could not make " + path_ + ": " + reason);
     }
 }
 
 MountPoint::~MountPoint() {
-    if (record_ < 0) {
-        return;
-    }
-    if (flock(record_, LOCK_EX | LOCK_NB) == 0 && IsSameFile(record_, recordPath_)) {
-        rmdir(path_.c_str());
-        unlink(recordPath_.c_str());
-    }
-    close(record_);
+    LeaveRecord();
 }
 
 }  // namespace sim

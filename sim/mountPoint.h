@@ -6,7 +6,8 @@ namespace sim {
 
 /// The directory that is mounted on. Makes it when it is missing and removes it again with the
 /// last service that uses it: several may share it from mount namespaces of their own, and a
-/// directory that is removed takes the mounts of all of them with it.
+/// directory that is removed takes the mounts of all of them with it. All its users hold a lock on
+/// a record of it, that of a directory of the user's own too.
 class MountPoint {
   public:
     /// Throws std::runtime_error when the directory cannot be had.
@@ -16,11 +17,12 @@ class MountPoint {
     ~MountPoint();
 
   private:
-    bool Take();
+    bool TakeRecord();
+    void LeaveRecord();
 
     const std::string path_;
-    const std::string recordPath_;  ///< there while a service has made the directory
-    int record_ = -1;
+    const std::string recordPath_;  ///< there while the directory is used
+    int record_ = -1;               ///< not empty when a service made the directory
 };
 
 }  // namespace sim

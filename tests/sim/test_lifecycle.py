@@ -1,11 +1,15 @@
+import concurrent.futures
 import contextlib
+import fcntl
 import os
+import re
 import resource
 import signal
 import socket
 import stat
 import subprocess
 import time
+from pathlib import Path
 
 import pytest
 
@@ -97,15 +101,44 @@ def test_a_command_runs_against_the_service_and_gives_its_status(tmp_path):
     assert missing.returncode == 2 and "could not run /no/such/command" in missing.stderr
 
 
+def record_of(folder):
+    """What the services that use a mount point hold a lock on."""
+    return Path("/run/ostrelsim" + str(folder).replace("/", "-") + ".made")
+
+
 def test_a_mount_point_of_the_users_own_stays(start, tmp_path):
     folder = tmp_path / "admin"
     folder.mkdir()
     sim = start("--mount", str(folder), "--pool", "P,-,active", private=False)
     assert sorted(os.listdir(folder)) == ["Devices", "Manage_OSTREL"]
+    assert record_of(folder).exists()
     sim.control("shutdown")
     assert sim.process.wait(timeout=10) == 0
     assert os.listdir(folder) == [] and not os.path.ismount(folder)
-    assert not os.path.exists(sim.socket)
+    assert not os.path.exists(sim.socket) and not record_of(folder).exists()
+
+
+def test_a_service_that_comes_as_the_last_one_leaves_makes_the_mount_point_anew(start, tmp_path):
+    """The one that leaves is the test: it holds the lock that the last user takes to clean up."""
+    folder = tmp_path / "made"
+    folder.mkdir()
+    record = record_of(folder)
+    with concurrent.futures.ThreadPoolExecutor() as starting, \
+            open(record, "w", encoding="ascii") as leaving:
+        leaving.write("-")
+        leaving.flush()
+        fcntl.flock(leaving, fcntl.LOCK_EX)
+        inode = os.fstat(leaving.fileno()).st_ino
+        coming = starting.submit(start, "--mount", str(folder), private=False)
+        assert wait_until(lambda: re.search(rf"-> FLOCK .*:{inode} ",
+                                            Path("/proc/locks").read_text(encoding="ascii")))
+        folder.rmdir()
+        record.unlink()
+        fcntl.flock(leaving, fcntl.LOCK_UN)
+        sim = coming.result()
+    assert os.listdir(folder) == ["Devices", "Manage_OSTREL"]
+    sim.stop()
+    assert not folder.exists() and not record.exists()
 
 
 def test_a_mount_point_that_was_missing_is_made_and_removed_by_the_last_user(start, tmp_path):
