@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 
-#include <chrono>
 #include <csignal>
 #include <thread>
 #include <utility>
@@ -12,8 +11,6 @@
 
 namespace sim {
 namespace {
-
-constexpr std::chrono::seconds kPatience{5};
 
 // Blocks the process's signals for this thread, and those that it starts, while it lives.
 class BlockedSignals {
@@ -41,6 +38,7 @@ void StartThread(Work work) {
 
 }  // namespace
 
+// Locked until the connection stands, so that all calls share one.
 BusClient::Connection BusClient::Connect() {
     const std::scoped_lock lock(mutex_);
     if (connection_) {
@@ -64,6 +62,7 @@ BusClient::Connection BusClient::Connect() {
 BusClient::Question BusClient::Ask(const Connection& connection, const Message& text,
                                    Question question) {
     std::unique_lock lock(mutex_);
+    // Entered before it is sent: the reply may be there before the sending has returned.
     const std::uint64_t number = nextQuestion_++;
     question.status = kGenericError;
     questions_.emplace(number, std::move(question));
@@ -73,7 +72,7 @@ BusClient::Question BusClient::Ask(const Connection& connection, const Message& 
     const bool sent = connection->Send(numbered);
     lock.lock();
     if (sent) {
-        replied_.wait_for(lock, kPatience, [&] {
+        replied_.wait_for(lock, Patience(), [&] {
             return questions_.at(number).answered || connection_ != connection;
         });
     }
@@ -96,6 +95,7 @@ std::uint64_t BusClient::Unregister(std::uint64_t handle, std::uint64_t context)
     Connection connection;
     {
         const std::scoped_lock lock(mutex_);
+        // A consumer does not outlive its connection, so this one is the connection to ask on.
         const auto found = consumers_.find(handle);
         if (found == consumers_.end() || found->second.context != context) {
             return kBadParameter;
@@ -173,6 +173,9 @@ void BusClient::DeliverEvents() {
     }
 }
 
+// The consumer may have gone while the event was in the queue: then it is answered here, so that
+// nobody waits for it. No lock is held while a callback runs, since that may wait for a call of its
+// owner's.
 void BusClient::Deliver(const Queued& queued) {
     ConsumerRecord consumer;
     {

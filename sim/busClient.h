@@ -15,12 +15,12 @@ namespace sim {
 
 /// The event bus inside a consumer's process. Carries registrations to the service and calls the
 /// consumers on one thread of its own. It lives as long as its process: its threads use it and
-/// nobody ends them. Any thread may call it; no call waits longer than five seconds.
+/// nobody ends them. Any thread may call it; each of a call's waits ends after `Patience()`.
 class BusClient {
   public:
     struct Result {
-        std::uint64_t status = 0;
-        std::uint64_t handle = 0;
+        std::uint64_t status = 0;  ///< 0: registered
+        std::uint64_t handle = 0;  ///< the registration's, 0 when it failed
     };
 
     /// Registers a consumer; the status is not 0 when the service refuses or is not there.

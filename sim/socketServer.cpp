@@ -1,7 +1,6 @@
 #include "sim/socketServer.h"
 
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -100,7 +99,7 @@ void Connection::Take(const Message& message) {
 // The status of an injected refusal; 0 when there is none.
 std::uint64_t Connection::FaultStatus(FaultPoint point) {
     const auto faults = simulation_.faults.Strike(point);
-    return faults.empty() ? 0 : ToNumber(faults.front().argument).value_or(kRequestRefused);
+    return faults.empty() ? 0 : faults.front().number;
 }
 
 // "register question event consumer context"
@@ -159,6 +158,7 @@ SocketServer::SocketServer(Simulation& simulation, const std::string& path)
       acceptor_([this] { Accept(); }) {}
 
 SocketServer::~SocketServer() {
+    // First nobody comes any more, then those who are there are ended.
     ending_ = true;
     shutdown(listening_, SHUT_RDWR);
     acceptor_.join();
@@ -185,8 +185,7 @@ void SocketServer::Accept() {
 }
 
 void SocketServer::Begin(int descriptor) {
-    const timeval patience{.tv_sec = 5, .tv_usec = 0};
-    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    LimitWaits(descriptor);
     JoinEnded();
     Served& served = served_.emplace_back();
     served.connection = std::make_shared<MessageSocket>(descriptor);

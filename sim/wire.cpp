@@ -88,6 +88,22 @@ std::string DefaultSocketPath() {
     return path != nullptr && *path != '\0' ? path : "/run/ostrelsim.sock";
 }
 
+std::chrono::milliseconds Patience() {
+    constexpr std::chrono::seconds kDefault{5};
+    constexpr std::uint64_t kLongest = 1U << 30;
+    const char* text = std::getenv("OSTRELSIM_PATIENCE");
+    const std::uint64_t asked = ToNumber(text != nullptr ? text : "").value_or(0);
+    return asked > 0 && asked <= kLongest ? std::chrono::milliseconds(asked) : kDefault;
+}
+
+void LimitWaits(int descriptor) {
+    const auto patience = Patience();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(patience);
+    const timeval limit{.tv_sec = seconds.count(),
+                        .tv_usec = std::chrono::microseconds(patience - seconds).count()};
+    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
 MessageSocket::~MessageSocket() {
     close(descriptor_);
 }
@@ -160,8 +176,7 @@ int ConnectToService(const std::string& path) {
     if (descriptor < 0) {
         return -1;
     }
-    const timeval patience{.tv_sec = 5, .tv_usec = 0};
-    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    LimitWaits(descriptor);
     if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
         return descriptor;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -13,24 +14,33 @@ namespace sim {
 /// stand as "%" and two hexadecimal digits, an empty word as "%-".
 using Message = std::vector<std::string>;
 
+/// The line that carries a message, with its end.
 std::string LineOfMessage(const Message& message);
 
-/// Nothing for a line with a broken escape.
+/// The message that a line without its end carries; nothing for one with a broken escape.
 std::optional<Message> MessageOfLine(std::string_view line);
 
 /// The socket's path: `OSTRELSIM_SOCKET` of the environment, else "/run/ostrelsim.sock".
 std::string DefaultSocketPath();
 
+/// How long one end waits for another that stands still: `OSTRELSIM_PATIENCE` of the environment,
+/// in milliseconds above 0, else five seconds.
+std::chrono::milliseconds Patience();
+
+/// Ends a connect or a send on that socket after `Patience()`.
+void LimitWaits(int descriptor);
+
 /// One end of a connection that carries messages. Owns the descriptor. `Send` and `Shutdown` may
 /// be called on any thread, `Receive` on one.
 class MessageSocket {
   public:
+    /// Takes a connected socket over.
     explicit MessageSocket(int descriptor) : descriptor_(descriptor) {}
     MessageSocket(const MessageSocket&) = delete;
     MessageSocket& operator=(const MessageSocket&) = delete;
     ~MessageSocket();
 
-    /// False when the peer is gone, or takes nothing for five seconds.
+    /// False when the peer is gone, or takes nothing for as long as `LimitWaits` allows.
     bool Send(const Message& message);
 
     /// Waits for the next message; nothing when the connection has ended or the peer sends
@@ -51,7 +61,7 @@ class MessageSocket {
     std::string received_;
 };
 
-/// A socket connected to the service at `path`, or -1 with errno set; waits five seconds at most.
+/// A socket with `LimitWaits` that is connected to the service at `path`, or -1 with errno set.
 int ConnectToService(const std::string& path);
 
 }  // namespace sim
