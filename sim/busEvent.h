@@ -17,8 +17,10 @@ constexpr std::array<std::string_view, 9> kEventNames = {
     "OSTREL.LVolumeRename.Enter",   "OSTREL.LVolumeRename.Exit",   "OSTREL.LVolumeDelete.Enter",
     "OSTREL.LVolumeDelete.Exit",    "OSTREL.LVolZID64.Enter",      "OSTREL.LVolZID64.Exit"};
 
+/// Whether the service announces an event of that name.
 bool IsKnownEvent(std::string_view name);
 
+/// The notify type of all these events.
 constexpr std::uint32_t kNotifyEvent = 9;
 
 /// Mode flag of a change that a consumer may refuse.
@@ -34,22 +36,24 @@ struct BusEvent {
     std::uint32_t notifyType = kNotifyEvent;
     std::uint16_t oldState = 0;
     std::uint16_t newState = 0;
-    std::uint64_t mode = 0;
-    Guid guid{};
+    std::uint64_t mode = 0;  ///< flags, such as `kUserAbortable`
+    Guid guid{};             ///< of the pool or volume that it is about
     Guid newGuid{};
     std::string oldName{};
     std::string newName{};
 };
 
-/// A message that delivers `event` to the registration `handle`, and the way back; nothing for
-/// a message of another shape.
+/// A message that delivers `event` to the registration `handle`; the answer names the `delivery`.
 Message MessageOfEvent(std::uint64_t delivery, std::uint64_t handle, const BusEvent& event);
 
+/// What such a message says.
 struct DeliveredEvent {
     std::uint64_t delivery = 0;
     std::uint64_t handle = 0;
     BusEvent event;
 };
+
+/// Reads a message of `MessageOfEvent`; nothing for one of another shape.
 std::optional<DeliveredEvent> EventOfMessage(const Message& message);
 
 }  // namespace sim

@@ -87,6 +87,8 @@ void BusHub::Drop(const MessageSocket* connection) {
     changed_.notify_all();
 }
 
+// Opened before anything is sent, so that no answer comes too early, and for those alone who are
+// registered at this moment.
 BusHub::Deliveries BusHub::OpenDeliveries(const std::string& event) {
     const std::scoped_lock lock(mutex_);
     Deliveries opened;
@@ -103,6 +105,7 @@ BusHub::Deliveries BusHub::OpenDeliveries(const std::string& event) {
     return opened;
 }
 
+// Without the lock while it sends: a peer that takes nothing must not hold up the others' calls.
 void BusHub::SendAll(const Deliveries& deliveries, const BusEvent& event) {
     for (const std::uint64_t id : deliveries) {
         std::shared_ptr<MessageSocket> connection;

@@ -20,8 +20,8 @@ namespace sim {
 struct Registration {
     std::uint64_t handle = 0;
     std::string event;
-    std::string consumer;
-    std::uint64_t context = 0;
+    std::string consumer;       ///< its name
+    std::uint64_t context = 0;  ///< the consumer's own; means nothing to the service
     std::shared_ptr<MessageSocket> connection;
 };
 
@@ -31,8 +31,8 @@ struct ConsumerAnswer {
     Kind kind = Kind::Silent;
     std::string consumer;
     std::uint64_t handle = 0;
-    std::uint32_t answer = 0;
-    std::uint64_t refusalStatus = 0;
+    std::uint32_t answer = 0;         ///< of one that answered
+    std::uint64_t refusalStatus = 0;  ///< its reason; counts beside a veto alone
 
     bool IsVeto() const { return kind == Kind::Answered && answer == kVeto; }
 };
@@ -62,6 +62,7 @@ class BusHub {
     /// answers, for `timeout` at most.
     std::vector<ConsumerAnswer> Announce(const BusEvent& event, Timeout timeout);
 
+    /// Those of this moment, oldest first.
     std::vector<Registration> Registrations() const;
 
     /// Ends every wait, now and later.

@@ -16,9 +16,9 @@ using BusCallback = std::uint32_t (*)(void* eventBlock);
 
 /// What a consumer's registration record says.
 struct ConsumerRecord {
-    std::string consumer;
-    std::string event;
-    std::uint64_t context = 0;
+    std::string consumer;       ///< the consumer's name
+    std::string event;          ///< the name of the event that it wants
+    std::uint64_t context = 0;  ///< handed back with every event
     BusCallback callback = nullptr;
 };
 
@@ -33,11 +33,13 @@ void WriteHandle(void* record, std::uint64_t handle);
 /// points to, and the names that these point to. Stays where it is while a callback runs.
 class EventRecords {
   public:
+    /// The records of `event` for the consumer that registered with `context`.
     EventRecords(const BusEvent& event, std::uint64_t context);
     EventRecords(const EventRecords&) = delete;
     EventRecords& operator=(const EventRecords&) = delete;
     ~EventRecords() = default;
 
+    /// The event block, to be handed to a callback.
     void* Block() { return block_.data(); }
 
     /// What the consumer wrote as the reason of its refusal; 0 at first.

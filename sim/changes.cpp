@@ -59,6 +59,7 @@ ChangeOutcome Changes::Carry(const StoredObject& object, const BusEvent& enter,
     outcome.answers = hub_.Announce(enter, timeout);
     outcome.elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::steady_clock::now() - begin);
+    // A veto decides even where another consumer stays silent.
     const bool silent =
         std::any_of(outcome.answers.begin(), outcome.answers.end(),
                     [](const auto& answer) { return answer.kind == ConsumerAnswer::Kind::Silent; });

@@ -22,10 +22,14 @@ class ControlArguments {
   public:
     explicit ControlArguments(const std::vector<std::string>& words);
 
+    /// How many words there are.
     std::size_t Count() const { return words_.size(); }
     const std::string& Word(std::size_t index) const;
+    /// `other` where there are not so many words.
     std::string WordOr(std::size_t index, const std::string& other) const;
+    /// Whether the option was given, with a value or without.
     bool Has(const std::string& option) const { return options_.contains(option); }
+    /// The value of an option, `other` when it is not given.
     std::string Option(const std::string& option, const std::string& other) const;
 
     /// The value of a number option, `other` when it is not given, `largest` at most.

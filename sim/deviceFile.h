@@ -28,6 +28,7 @@ class DeviceFile : public OpenFile {
     /// null with errno set when it cannot be opened.
     static std::shared_ptr<DeviceFile> Open(const std::string& path);
 
+    /// Takes an open descriptor over, of a file of `size` bytes.
     DeviceFile(int descriptor, std::uint64_t size) : descriptor_(descriptor), size_(size) {}
     ~DeviceFile() override;
 
@@ -36,7 +37,9 @@ class DeviceFile : public OpenFile {
     int Sync() override;
     std::optional<std::uint64_t> DeviceSize() const override { return size_; }
 
+    /// Replaces the bad blocks, for reads and writes from now on. Any thread may call it.
     void SetBadBlocks(std::vector<BadBlocks> bad);
+    /// The bad blocks of this moment.
     std::vector<BadBlocks> Bad() const;
 
   private:

@@ -30,6 +30,7 @@ class FileTree {
     FileTree(const Service& service, const Jobs& jobs, Conversations& conversations)
         : service_(service), jobs_(jobs), conversations_(conversations) {}
 
+    /// What stands at `path` now, which starts with "/" at the mount point.
     Node Find(std::string_view path) const;
 
     /// Opens a file for `process` and gives its handle, or a negative errno.
@@ -37,6 +38,7 @@ class FileTree {
 
     /// The open file behind a handle of `Open`.
     std::shared_ptr<OpenFile> At(std::uint64_t handle) const;
+    /// Ends the handle; the file stays for a call that is still in it.
     void Close(std::uint64_t handle);
 
   private:

@@ -105,6 +105,7 @@ int Control(const char* /*path*/, unsigned int command, void* /*argument*/, fuse
 }
 
 void* Initialise(fuse_conn_info* /*connection*/, fuse_config* config) {
+    // Pools and jobs come and go behind the kernel's back.
     config->entry_timeout = 0;
     config->attr_timeout = 0;
     config->negative_timeout = 0;

@@ -11,9 +11,11 @@ namespace sim {
 /// may take the calls of one mount point. Throws std::runtime_error when mounting fails.
 class FuseMount {
   public:
+    /// The tree must outlive the mount; `mountPoint` must be there.
     FuseMount(FileTree& tree, const std::string& mountPoint);
     FuseMount(const FuseMount&) = delete;
     FuseMount& operator=(const FuseMount&) = delete;
+    /// Waits for the calls that are under way, and unmounts.
     ~FuseMount();
 
   private:

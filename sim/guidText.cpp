@@ -6,6 +6,7 @@
 namespace sim {
 namespace {
 
+// Where the bytes of the text stand in memory: the first three numbers are little-endian there.
 constexpr std::array<std::size_t, 16> kTextToMemory = {3, 2, 1,  0,  5,  4,  7,  6,
                                                        8, 9, 10, 11, 12, 13, 14, 15};
 
@@ -77,6 +78,7 @@ Guid GuidFromName(std::string_view name) {
     for (std::size_t i = 0; i < guid.size(); ++i) {
         guid.at(i) = static_cast<std::uint8_t>((i < 8 ? low : high) >> (8 * (i % 8)));
     }
+    // The marks of a generated GUID.
     guid[7] &= 0x0F;
     guid[8] = static_cast<std::uint8_t>((guid[8] & 0x3F) | 0x80);
     return guid;

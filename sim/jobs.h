@@ -9,6 +9,7 @@
 
 namespace sim {
 
+/// What a job does to its pool.
 enum class JobKind { Verify, Rebuild };
 
 /// The state that a job's details report.
@@ -16,13 +17,13 @@ enum class JobState { Running = 1, Paused = 2, Finished = 3, Cancelled = 4 };
 
 /// A verify or rebuild job of a pool.
 struct Job {
-    std::uint64_t key = 0;
+    std::uint64_t key = 0;  ///< given by `Jobs::Start`, never 0
     JobKind kind = JobKind::Verify;
-    std::string pool;
+    std::string pool;  ///< its name
     JobState state = JobState::Running;
-    std::uint64_t status = 0;
-    std::uint64_t finalStatus = 0;
-    std::uint64_t finalStatusSetter = 0;
+    std::uint64_t status = 0;                       ///< while it runs
+    std::uint64_t finalStatus = 0;                  ///< when it has ended
+    std::uint64_t finalStatusSetter = 0;            ///< what set that
     std::map<std::string, std::string> settings{};  ///< as the requests gave them
 };
 
@@ -35,13 +36,22 @@ std::string ResultFileText(const Job& job, bool layout64);
 /// The jobs. Any thread may call it.
 class Jobs {
   public:
+    /// Adds a job and gives it its key.
     std::uint64_t Start(Job job);
+
     std::optional<Job> Find(std::uint64_t key) const;
+
+    /// All jobs, those that have ended too, oldest first.
     std::vector<Job> All() const;
+
+    // Those that follow give false when there is no such job.
+
     bool Remove(std::uint64_t key);
+
+    /// Keeps a setting as a request gave it.
     bool Set(std::uint64_t key, const std::string& setting, const std::string& value);
 
-    /// From one state to another; false when there is no such job or it is in neither state.
+    // Between running and paused; false also for a job in another state.
     bool Pause(std::uint64_t key) { return Move(key, JobState::Running, JobState::Paused); }
     bool Resume(std::uint64_t key) { return Move(key, JobState::Paused, JobState::Running); }
 

@@ -91,6 +91,7 @@ int Serve(const sim::Settings& settings) {
     if (settings.privateMounts) {
         EnterPrivateNamespace();
     }
+    // Taken apart from the last to the first: the waits end before what waits is ended.
     const sim::MountPoint mountPoint(settings.mountPoint);
     const sim::FuseMount mount(simulation.tree, settings.mountPoint);
     const sim::SocketServer server(simulation, settings.socket);
@@ -116,10 +117,12 @@ int main(int argc, char** argv) {
         std::cout << sim::kServiceUsage;
         return 0;
     }
+    // Before there is a second thread, so that all of them leave the signals to the one that waits.
     const sigset_t signals = AwaitedSignals();
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     try {
         const sim::Settings settings = sim::ReadCommandLine(words);
+        // For the command behind "--", and for its children.
         setenv("OSTRELSIM_SOCKET", settings.socket.c_str(), 1);
         return Serve(settings);
     } catch (const std::exception& error) {

@@ -24,12 +24,14 @@ struct ManageContext {
     Trace& trace;
     /// True when the call that waits now has been given up by its caller.
     std::function<bool()> interrupted;
-    std::atomic<bool> stopping{false};
+    std::atomic<bool> stopping{false};  ///< true: no reply is slow any more
 };
 
-/// One open management file: its mode switch, and then one exchange after the other.
+/// One open management file: its mode switch, and then one exchange after the other. Reads of a
+/// slow reply wait; a write that comes meanwhile waits for them.
 class Conversation : public OpenFile {
   public:
+    /// A file that `process` has opened; the number tells it from others.
     Conversation(ManageContext& context, std::uint64_t number, int process);
     ~Conversation() override;
 
@@ -37,6 +39,7 @@ class Conversation : public OpenFile {
     int Write(std::string_view bytes, std::uint64_t offset) override;
     void Flush() override { Note("flush", ""); }
 
+    /// "file 1 of process 4711".
     std::string Describe() const;
 
   private:
@@ -55,12 +58,12 @@ class Conversation : public OpenFile {
     std::chrono::steady_clock::time_point readyAt_{};
 };
 
-/// The open management files.
+/// The open management files. Any thread may call it.
 class Conversations {
   public:
     explicit Conversations(ManageContext& context) : context_(context) {}
 
-    /// Null when an injected fault makes the opening fail.
+    /// A new conversation of `process`; null when an injected fault makes the opening fail.
     std::shared_ptr<OpenFile> Open(int process);
 
     /// What is open now, one line each.

@@ -18,8 +18,10 @@ class OpenFile {
     OpenFile& operator=(const OpenFile&) = delete;
     virtual ~OpenFile() = default;
 
+    /// Fills the buffer as far as there is something at `offset`; 0 at the end.
     virtual int Read(std::span<char> buffer, std::uint64_t offset) = 0;
     virtual int Write(std::string_view bytes, std::uint64_t offset) = 0;
+    /// Makes what was written durable; 0 or a negative errno.
     virtual int Sync() { return 0; }
 
     /// Somebody closes a descriptor of the file, and waits for it; others may be open.
@@ -35,6 +37,7 @@ int ReadFromText(std::string_view text, std::span<char> buffer, std::uint64_t of
 /// A file with a fixed text that cannot be written.
 class TextFile : public OpenFile {
   public:
+    /// A file that holds `text`.
     explicit TextFile(std::string text) : text_(std::move(text)) {}
 
     int Read(std::span<char> buffer, std::uint64_t offset) override {

@@ -99,6 +99,7 @@ std::optional<std::string> Requests::ModifyState(std::string_view request) {
     if (!IsPlainName(name) || !IsPlainName(state)) {
         return std::nullopt;
     }
+    // Bounded, since a consumer that stays silent would hold the channel for good.
     const std::uint64_t status =
         StateNumber(state) == 0 ? kBadParameter
                                 : StatusOfChange(changes_.State(ObjectKind::Volume, name, state,

@@ -26,6 +26,7 @@ bool IsPlainName(std::string_view text) {
     });
 }
 
+// Events know an object by its GUID and requests by its name: neither may be there twice.
 bool Service::Add(ObjectKind kind, StoredObject object) {
     const std::scoped_lock lock(mutex_);
     auto& list = List(kind);

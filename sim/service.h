@@ -13,6 +13,7 @@
 
 namespace sim {
 
+/// What the service keeps.
 enum class ObjectKind { Pool, Volume };
 
 /// "pool" or "volume".
@@ -20,10 +21,10 @@ std::string_view KindName(ObjectKind kind);
 
 /// A pool or a volume as the service knows it.
 struct StoredObject {
-    std::string name;
+    std::string name;  ///< unique among its kind
     Guid guid{};
-    std::string state;
-    std::string device;
+    std::string state;                    ///< a word, such as "maintenance"
+    std::string device;                   ///< a path, or empty
     std::shared_ptr<DeviceFile> image{};  ///< null where `device` is not served
 };
 
@@ -40,6 +41,8 @@ class Service {
     /// False when the name is taken.
     bool Add(ObjectKind kind, StoredObject object);
 
+    // What is known now: one by its name or its GUID, nothing when there is none, or all in the
+    // order in which they were added.
     std::optional<StoredObject> Find(ObjectKind kind, std::string_view name) const;
     std::optional<StoredObject> FindByGuid(ObjectKind kind, const Guid& guid) const;
     std::vector<StoredObject> All(ObjectKind kind) const;

@@ -177,6 +177,7 @@ Settings ReadCommandLine(const std::vector<std::string>& words) {
     return settings;
 }
 
+// Bad blocks come last: a list may stand before its pool.
 void FillService(Service& service, const Settings& settings) {
     AddAll(service, ObjectKind::Pool, settings.pools);
     AddAll(service, ObjectKind::Volume, settings.volumes);

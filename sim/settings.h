@@ -17,12 +17,13 @@ class SettingsError : public std::runtime_error {
 /// What one run of the service was asked for.
 struct Settings {
     std::string mountPoint = "/_admin";
-    std::string socket;
-    bool privateMounts = false;
+    std::string socket;                  ///< where the bus library and the control command find it
+    bool privateMounts = false;          ///< in a mount namespace of its own
     std::vector<std::string> command{};  ///< to be run against the service; empty: serve until told
     std::vector<StoredObject> pools{};
     std::vector<StoredObject> volumes{};
 
+    /// Blocks of a pool's image that are bad from the start.
     struct BadList {
         std::string pool;
         std::vector<BadBlocks> blocks;
@@ -45,6 +46,7 @@ Settings ReadCommandLine(const std::vector<std::string>& words);
 /// for a name or GUID that is given twice, and for a pool that a bad list misses.
 void FillService(Service& service, const Settings& settings);
 
+/// What `ostrelsim --help` prints.
 extern const char* const kServiceUsage;
 
 }  // namespace sim

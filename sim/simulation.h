@@ -25,7 +25,8 @@ struct Simulation {
     Conversations conversations{manage};
     FileTree tree{service, jobs, conversations};
 
-    /// `interrupted` tells whether the call that waits now has been given up.
+    /// `interrupted` is asked on the threads that serve files and tells whether the call that waits
+    /// now has been given up.
     explicit Simulation(std::function<bool()> interrupted)
         : manage{requests, faults, trace, std::move(interrupted)} {}
 

@@ -16,6 +16,7 @@ class Trace {
     /// Adds one line: seconds since the start, what it is, and the text on one line.
     void Add(std::string_view what, std::string_view text);
 
+    /// The kept lines, oldest first.
     std::vector<std::string> Lines() const;
 
   private:

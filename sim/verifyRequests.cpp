@@ -183,6 +183,7 @@ std::optional<VerifyRequests::Request> VerifyRequests::Request::Read(std::string
     if (!fields) {
         return std::nullopt;
     }
+    // The action stands somewhere among the fields, and an action has several forms.
     const Request unknown({}, std::move(*fields));
     const std::uint64_t action = unknown.Number("action");
     for (const RequestForm& form : kForms) {

@@ -53,6 +53,7 @@ class GroupReader {
 
     template <typename Number>
     bool Read(std::ptrdiff_t width, Number& out) {
+        // The conversion alone would skip blanks and take a sign.
         if (std::isxdigit(static_cast<unsigned char>(*at_)) == 0) {
             return false;
         }
@@ -119,6 +120,7 @@ void LB_GUIDGenerate(GUID_t* out) {
     // The clock ticks once a second: GUIDs of one second differ by the clock sequence alone.
     if (time <= GUIDsavedTime) {
         GUIDclockSeq = (GUIDclockSeq + 1) & kClockSeqMask;
+        // All sequences of this second are used up: its next tick begins them anew.
         if (GUIDclockSeq == 0) {
             time = GUIDsavedTime + 1;
         }
@@ -167,6 +169,7 @@ int LB_GUIDValidate(const GUID_t* guid) {
 }
 
 int LB_GUIDCompare(const GUID_t* a, const GUID_t* b) {
+    // The service's own order: by words as they lie in memory, not by the fields.
     std::uint32_t wordsA[4];
     std::uint32_t wordsB[4];
     std::memcpy(wordsA, a, sizeof wordsA);

@@ -5,19 +5,20 @@
 
 /// Identifies a pool, a volume or a dump run. The layout is that of files and of the event bus.
 struct GUID_t {
-    std::uint32_t timeLow;
-    std::uint16_t timeMid;
-    std::uint16_t timeHiAndVersion;
-    std::uint8_t clockSeqHiAndReserved;
-    std::uint8_t clockSeqLow;
-    std::uint8_t node[6];
+    std::uint32_t timeLow;               ///< of 60 bits of time: bits 0 to 31
+    std::uint16_t timeMid;               ///< bits 32 to 47
+    std::uint16_t timeHiAndVersion;      ///< bits 48 to 59; the top four are 0 in generated ones
+    std::uint8_t clockSeqHiAndReserved;  ///< bits 8 to 13 of the clock sequence below the bits 10
+    std::uint8_t clockSeqLow;            ///< its bits 0 to 7
+    std::uint8_t node[6];                ///< most significant first in the text form
 };
 static_assert(sizeof(GUID_t) == 16);
 
+/// All 16 bytes 0: no object, and the key of all objects.
 extern const GUID_t zZERO_GUID;
 /// The same value as the zero GUID.
 extern const GUID_t zINVALID_GUID;
-/// The storage service's administrative volume.
+/// All 16 bytes 0xFF: the storage service's administrative volume.
 extern const GUID_t zADMINVOL_GUID;
 
 /// Writes the text form of `LB_GUIDToString`. The stream keeps its flags, but its fill character is
@@ -31,17 +32,18 @@ inline constexpr unsigned kGUIDTextLength = 37;
 
 /// The generator's state, one for the process and unguarded: callers in several threads serialise
 /// generation themselves.
-extern unsigned GUIDclockSeq;
-extern std::uint8_t GUIDnode[6];
-extern bool GUIDinitDone;
-extern std::uint64_t GUIDsavedTime;
+extern unsigned GUIDclockSeq;        ///< of the last GUID, 14 bits
+extern std::uint8_t GUIDnode[6];     ///< this process's node identifier
+extern bool GUIDinitDone;            ///< whether the node identifier has been made up
+extern std::uint64_t GUIDsavedTime;  ///< the last GUID's, as `GUID_getTime` counts
 
 /// 100-nanosecond intervals since 15 October 1582, at the resolution of one second.
 std::uint64_t GUID_getTime();
 
-/// Makes up a node identifier for this process.
+/// Makes up a node identifier for this process; it seeds the C library's generator to do so.
 void GUID_init();
 
+/// A GUID that this process has not made before, of the present second. Unguarded, as its state is.
 void LB_GUIDGenerate(GUID_t* out);
 
 /// Writes the 37 characters (groups of 8-4-4-2-2-12) and their end: 0, or `zERR_BUFFER_TOO_SMALL`

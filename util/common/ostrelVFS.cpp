@@ -77,6 +77,8 @@ void OstrelVirtualFileServices::SwitchToDataStream(const char* dataStream) {
         file_.reset();
         throw std::runtime_error("Could not switch to command mode");
     }
+    // Only the write is fatal. Whatever the flush or the seek failed at shows in the first
+    // exchange.
     if (std::fflush(file_.get()) != 0) {
         LogSystemError("Unable to flush data 1", errno);
     }
@@ -88,6 +90,7 @@ void OstrelVirtualFileServices::SwitchToDataStream(const char* dataStream) {
 void OstrelVirtualFileServices::Write(const char* text, std::size_t length) {
     // The result does not matter: what counts is whether the service takes the request.
     std::fseek(file_.get(), 0, SEEK_SET);
+    // A longer one would leave the buffer in pieces, each of them a request to the service.
     const bool fits = length <= kLongestRequest;
     if (!fits || std::fwrite(text, 1, length, file_.get()) != length) {
         const int error = fits ? errno : EMSGSIZE;
@@ -95,6 +98,7 @@ void OstrelVirtualFileServices::Write(const char* text, std::size_t length) {
                           std::strerror(error));
         throw AdminError("Could not write command", "util/common/ostrelVFS[312]", error);
     }
+    // A request that does not go out is not fatal either: the read of its reply tells.
     if (std::fflush(file_.get()) != 0) {
         LogSystemError("Unable to flush data 3", errno);
     }

@@ -12,6 +12,7 @@
 /// knows nothing of what is said. It belongs to one thread, and its destructor closes the file.
 class OstrelVirtualFileServices {
   public:
+    /// Channel flags of an object that was given none.
     static constexpr unsigned kDefaultFlags = 6;
     /// Channel flag: log the path when it is opened.
     static constexpr unsigned kTracePath = 0x40000000;
@@ -41,7 +42,9 @@ class OstrelVirtualFileServices {
     /// then the service's, `zERR_GENERIC_OSTREL_ERROR` if it names none, and otherwise 0.
     static bool IsFunnyErrorPresent(std::size_t length, const char* text, std::uint64_t& status);
 
+    /// The path of the opened file, with the server's prefix.
     const std::string& Path() const { return path_; }
+    /// The channel flags, never 0.
     unsigned Flags() const { return flags_; }
 
   private:
@@ -58,10 +61,12 @@ class OstrelVirtualFileServices {
 /// for a failed channel or a malformed reply, `OstrelError` for a refusal.
 class VFSManageCmd : public OstrelVirtualFileServices {
   public:
+    /// Where a service publishes its management file.
     static constexpr const char* kManagementFile = "/_admin/Manage_OSTREL/manage.cmd";
     /// Command flag: log every reply.
     static constexpr unsigned kTraceReplies = 0x04000000;
 
+    /// Opens the local service's; throws as `OstrelVirtualFileServices` does.
     VFSManageCmd();
     /// `flags` and `server` as `OstrelVirtualFileServices` takes them.
     VFSManageCmd(unsigned flags, const char* server);
@@ -77,6 +82,8 @@ class VFSManageCmd : public OstrelVirtualFileServices {
     void GetVolumeState(const std::string& volumeName, unsigned* state);
     void GetVolumeID(const std::string& volumeName, std::string& id);
     void GetVolumeID(const std::string& volumeName, GUID_t* id);
+    /// Asks the service to bring the volume into the state of that word; it announces that first,
+    /// and a consumer may refuse.
     void ChangeVolumeState(const std::string& volumeName, const std::string& state);
 
     // The exchanges below the queries: the whole reply, and the content of the element that
@@ -91,25 +98,31 @@ class VFSManageCmd : public OstrelVirtualFileServices {
     // ravCommands.h. A request that a name makes too long throws `OstrelError` "Internal buffer too
     // small" with `zERR_BUFFER_TOO_SMALL`.
 
-    /// The exchange below all of them.
+    /// The exchange below all of them. A channel that fails is logged before the exception goes on.
     void PoolVerifyActionsT(const std::string& request, std::string& reply);
 
+    /// Removes an item of a job, item 0 the whole job.
     void PoolRAVItemRemove(std::uint64_t userKey, std::uint32_t action, std::uint64_t itemKey,
                            std::uint32_t itemType = 0);
     /// Copies the reply to `buffer`; one that does not fit there with its terminator fails as a
     /// request that is too long. `multiple` asks for the entries of all the job's runs.
     void PoolRAVDetails(std::uint64_t userKey, std::uint32_t action, char* buffer, std::size_t size,
                         bool multiple);
+
+    // An action that needs nothing but the job it concerns: all of them, those of a pool, the one
+    // of a key, or the one that writes a result file. The whole reply goes to `reply`.
     void PoolVerifyActions(std::uint32_t action, std::string& reply);
     void PoolVerifyActions(const std::string& poolName, std::uint32_t action, std::string& reply);
     void PoolVerifyActions(std::uint64_t userKey, std::uint32_t action, std::string& reply);
     void PoolVerifyActions(std::uint64_t userKey, const std::string& fileName, std::uint32_t action,
                            std::string& reply);
+    /// An action on the service's settings for jobs, which resets or reconfigures them as asked.
     void PoolVerifyActionsSet(std::uint32_t action, std::string& reply, bool reset,
                               bool reconfigure);
 
     /// Sends one setting, an element, to a running job.
     void RAVSet(std::uint64_t userKey, const std::string& setting);
+    // The settings that are known; options are bits of `RAVUIOption`.
     void RAVSetUIPruneStatus(std::uint64_t userKey, std::uint32_t value);
     void RAVSetUIOptions(std::uint64_t userKey, std::uint32_t value);
     void RAVSetDebugLevel(std::uint64_t userKey, std::uint32_t value);
@@ -118,16 +131,20 @@ class VFSManageCmd : public OstrelVirtualFileServices {
     void ReverseNameLookup(std::uint64_t zid, std::uint32_t nameSpace, std::uint32_t nameType,
                            const GUID_t& volumeID, std::string& volume, std::string& path);
 
+    /// Starts to verify a pool, which must be in maintenance; `userKey` receives the job's key.
     void PoolVerifyStartT(const std::string& poolName, std::uint64_t& userKey, bool crossValidation,
                           std::uint32_t options, std::uint32_t debugLevel);
+    /// Starts to rebuild a pool, which must be in maintenance; `userKey` receives the job's key and
     /// `flags` are bits of `RAVRebuildFlag`.
     void PoolRebuildStartT(const std::string& poolName, std::uint64_t& userKey,
                            std::uint64_t threshold, std::uint32_t options, std::uint32_t debugLevel,
                            std::uint64_t fileLossMax, std::uint32_t flags);
+    /// The versions of the commands and of their XML.
     void zPoolVersionInformationT(std::uint32_t& major, std::uint32_t& minor,
                                   std::uint32_t& xmlMajor, std::uint32_t& xmlMinor);
 
-    // Each reads one number of the first entry of a job's details.
+    // Each reads one number of the first entry of a job's details, and throws `OstrelError` when
+    // there is none. Who set a final status is told beside it.
     std::int32_t PoolVerifyStatusFromCommonLayer(std::uint64_t userKey);
     std::int32_t PoolRebuildStatusFromCommonLayer(std::uint64_t userKey);
     std::int32_t PoolVerifyFinalStatusFromCommonLayer(std::uint64_t userKey, std::int32_t& setter);

@@ -13,6 +13,7 @@ PVKey::PVKey(const GUID_t* guid, bool isPool)
 PVKey::PVKey(const char* name, bool isPool)
     : IsPool(isPool), AllObjects(false), guid_(zZERO_GUID), name_(name) {
     {
+        // The management file is open for the question alone.
         VFSManageCmd command;
         if (IsPool) {
             command.GetPoolID(name_, &guid_);
@@ -27,6 +28,8 @@ PVKey::PVKey(bool isPool) : IsPool(isPool), AllObjects(true), guid_(zZERO_GUID),
     SetIDString();
 }
 
+// Asked by the name, which may have passed to another object since the key was made; events go by
+// the GUID.
 std::uint32_t PVKey::GetState() const {
     VFSManageCmd command;
     unsigned state = 0;

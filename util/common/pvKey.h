@@ -24,17 +24,20 @@ class PVKey {
     /// other. Throws as the query does.
     std::uint32_t GetState() const;
 
+    /// Whether the key stands for the object of that GUID; the key of all does for every one.
     bool IsMatch(const GUID_t* guid) const;
 
     /// Makes the text of the GUID; throws std::invalid_argument when there is none.
     void SetIDString();
 
+    /// All 0 for the key of all.
     const GUID_t& ID() const { return guid_; }
+    /// `ID` in the text form of 37 characters.
     const std::string& IDString() const { return idString_; }
     const std::string& Name() const { return name_; }
 
-    bool IsPool;
-    bool AllObjects;
+    bool IsPool;      ///< false: a volume
+    bool AllObjects;  ///< the key of all pools or of all volumes
 
   private:
     GUID_t guid_;
@@ -42,8 +45,10 @@ class PVKey {
     std::string name_;
 };
 
+/// Writes the key as two lines of elements; flags print as 0 or 1.
 std::ostream& operator<<(std::ostream& stream, const PVKey& key);
 
+/// The key of a pool, by the same three ways.
 class PoolKey : public PVKey {
   public:
     PoolKey() : PVKey(true) {}
@@ -51,6 +56,7 @@ class PoolKey : public PVKey {
     explicit PoolKey(const char* name) : PVKey(name, true) {}
 };
 
+/// The key of a volume, by the same three ways.
 class VolumeKey : public PVKey {
   public:
     VolumeKey() : PVKey(false) {}

@@ -142,11 +142,13 @@ int MOSTREL_GetResultValueAttribute(const char* path, std::size_t length, const 
 /// Whether a number that the service sent is one of 32 bits, as statuses are.
 bool FitsStatus(std::int64_t value);
 
+/// Checks the result right below the element that `path` ends at.
 void GetReplyResultValueT(const std::string& reply, const char* path);
 
 /// `GetReplyResultValueT` for the path `tag` below the reply's root.
 void GetReplyResultValueForTag(const std::string& reply, const char* tag);
 
+/// Checks the result of the reply as a whole, right below its root.
 void GetOstrelReplyResultValueT(const std::string& reply);
 
 /// 0 and the result in `value`, or the status that the throwing form would carry.

@@ -85,6 +85,7 @@ int XML_UTF8ToQUAD(const char* start, const char* end, std::uint64_t& value, con
     if (run >= end) {
         return zERR_BAD_TRANSFORMATION;
     }
+    // Looked at up to one byte more than fits, which tells a run that is too long.
     const char* last = run;
     XML_findEndOfNonWhiteSpace(
         last, std::min(end, run + std::min<std::ptrdiff_t>(end - run, kNumberSize)));
@@ -141,6 +142,7 @@ int MOSTREL_GetResultValueAttribute(const char* path, std::size_t length, const 
         return status;
     }
     if (XML_GetTagAttribute("value", info) == 0 && info.attributeValueLength > 0) {
+        // A text that cannot be converted counts as a missing one.
         const char* start = info.attributeValueStart;
         XML_UTF8ToSQUAD(start, start + info.attributeValueLength, value);
     }

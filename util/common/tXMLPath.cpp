@@ -14,6 +14,7 @@ int Descend(const char* path, XML_ElementInfo_s& info) {
         char name[kTagNameSize] = "";
         const int status = MOSTREL_GetNextTagString(path, &path, sizeof name, name);
         if (status != 0) {
+            // At the path's end `info` describes what was looked for.
             return status == zERR_RETURN_PARA_NULL ? 0 : status;
         }
         if (info.contentLength == 0) {

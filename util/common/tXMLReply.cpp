@@ -73,6 +73,7 @@ void CheckOperation(const std::string& reply, const OperationCheck& check) {
     if (const int status = ResultValue(reply, check.path, value); status != 0) {
         throw AdminError(check.parseMessage, status, check.parsePosition);
     }
+    // Before it is looked at as a status: cut to 32 bits it could read as a success.
     if (!FitsStatus(value)) {
         throw OstrelError("Value overflow", zERR_QUAD_TOO_BIG_FOR_LONG, check.overflowPosition);
     }

@@ -124,6 +124,7 @@ void VFSManageCmd::VolumeModifyStateActionsT(const std::string& request, std::st
 
 void VFSManageCmd::GetBasicInfo(const InfoQuery& query, const std::string& request,
                                 const char* replyPath, std::string& reply, std::string& value) {
+    // From the outside in: a reply that failed as a whole need not have the operation's element.
     reply = Exchange(request, kInfoChunk, query.tracePosition);
     TXML::GetOstrelReplyResultValueT(reply);
     query.checkResult(reply);
@@ -139,6 +140,7 @@ std::string VFSManageCmd::State(const InfoQuery& query, const std::string& name)
     std::string state;
     GetBasicInfo(query, query.requestStart + name + query.requestEnd, query.statePath, reply,
                  state);
+    // The service has two words for one state.
     return state == "mounted" ? "active" : state;
 }
 
@@ -168,6 +170,7 @@ std::string VFSManageCmd::ReadReply(std::size_t chunkSize) {
     std::vector<char> chunk(chunkSize + 1);
     std::uint32_t offset = 0;
     for (std::size_t count = chunkSize; count == chunkSize;) {
+        // A chunk that is full does not tell whether it was the last.
         count = Read(chunk.data(), chunkSize, offset);
         offset += static_cast<std::uint32_t>(count);
         chunk[count] = '\0';
