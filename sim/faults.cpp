@@ -206,6 +206,12 @@ std::string Faults::Add(const FaultOrder& order) {
 void Faults::Clear() {
     const std::scoped_lock lock(mutex_);
     faults_.clear();
+    ++cleared_;
+}
+
+std::uint64_t Faults::Cleared() const {
+    const std::scoped_lock lock(mutex_);
+    return cleared_;
 }
 
 std::vector<Fault> Faults::Waiting() const {

@@ -41,8 +41,11 @@ class Faults {
     /// Injects a fault. Gives what is wrong with the kind or its argument, empty when it is taken.
     std::string Add(const FaultOrder& order);
 
-    /// Forgets the faults that wait.
+    /// Forgets the faults that wait, and lets the slow replies go that are under way.
     void Clear();
+
+    /// How often the faults have been cleared: a slow reply waits while that stays the same.
+    std::uint64_t Cleared() const;
 
     /// The faults that have turns left, in the order in which they were injected.
     std::vector<Fault> Waiting() const;
@@ -56,6 +59,7 @@ class Faults {
   private:
     mutable std::mutex mutex_;
     std::list<Fault> faults_;
+    std::uint64_t cleared_ = 0;
 };
 
 /// The reply with a fault of the point `Reply` worked into it.

@@ -58,6 +58,7 @@ int Conversation::TakeRequest(std::string_view request) {
         reply_ = DistortReply(reply_, fault);
     }
     readFails_ = context_.faults.Strikes(FaultPoint::Read);
+    cleared_ = context_.faults.Cleared();
     readyAt_ = std::chrono::steady_clock::now();
     for (const Fault& fault : context_.faults.Strike(FaultPoint::Delay)) {
         readyAt_ += std::chrono::milliseconds(fault.number);
@@ -68,7 +69,8 @@ int Conversation::TakeRequest(std::string_view request) {
 
 // False when the reader has given up.
 bool Conversation::WaitUntilReady() const {
-    while (std::chrono::steady_clock::now() < readyAt_ && !context_.stopping) {
+    while (std::chrono::steady_clock::now() < readyAt_ && !context_.stopping &&
+           context_.faults.Cleared() == cleared_) {
         if (context_.interrupted()) {
             return false;
         }

@@ -56,6 +56,7 @@ class Conversation : public OpenFile {
     bool readFails_ = false;
     std::string reply_;
     std::chrono::steady_clock::time_point readyAt_{};
+    std::uint64_t cleared_ = 0;  // when the reply's delay began
 };
 
 /// The open management files. Any thread may call it.

@@ -251,11 +251,12 @@ def test_a_forced_change_between_two_files_ends_the_save_with_an_empty_one(
     assert finished(change)[0] == 0 and service.answered_at_the_unlock()
 
 
-# The registration stands before the state is asked: a change that starts in between is caught.
+# The registration stands before the state is asked: a change that starts in between is caught. The
+# run waits for the answer until the fault is cleared.
 def begin_slowly(service, tmp_path, device):
-    service.control("fault", "slow", "1000", "--after", "1")
+    service.control("fault", "slow", "60000", "--after", "1")
     run = service.save(tmp_path, device)
-    assert service.registered()
+    assert service.registered() and service.answers_slowly()
     return run
 
 
@@ -264,6 +265,7 @@ def test_a_forced_change_before_the_first_block_ends_the_save(serve, device, tmp
     with begin_slowly(service, tmp_path, device) as run:
         change = service.change("active", "--forced")
         run.wait_for_line(ACCEPTED)
+        service.control("fault", "clear")
         expect_ended_by_change(service, run)
     (file,) = scanset.read_set(tmp_path)
     assert (file.header["flags"], file.records, file.problems) == (0x010, [], [])
@@ -275,6 +277,7 @@ def test_a_refusable_change_before_the_first_block_is_refused(serve, device, tmp
     service = serve()
     with begin_slowly(service, tmp_path, device) as run:
         assert finished(service.change("active"))[0] == 1
+        service.control("fault", "clear")
         assert run.wait_exit() == 0
     assert run.count(VETOED) == 1 and service.holds_nothing()
 
@@ -284,6 +287,7 @@ def test_a_forced_change_is_let_go_when_the_state_is_wrong(serve, device, tmp_pa
     with begin_slowly(service, tmp_path, device) as run:
         change = service.change("deactive", "--forced")
         run.wait_for_line(ACCEPTED)
+        service.control("fault", "clear")
         assert run.wait_exit() == 1
     assert run.message.endswith("Pool is not in MAINTENANCE state")
     assert finished(change)[1].startswith(PASSED) and service.answered_at_the_unlock()
@@ -296,6 +300,7 @@ def test_a_forced_change_is_let_go_when_the_state_cannot_be_asked(serve, device,
     with begin_slowly(service, tmp_path, device) as run:
         change = service.change("active", "--forced")
         run.wait_for_line(ACCEPTED)
+        service.control("fault", "clear")
         assert run.wait_exit() == 1
     assert run.message == "Could not lock pool into MAINTENANCE state:  Could not read"
     assert finished(change)[1].startswith(PASSED)

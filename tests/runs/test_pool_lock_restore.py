@@ -192,11 +192,12 @@ def test_events_that_do_not_concern_the_pool_leave_a_restore_alone(restoring, re
 def test_a_forced_change_before_the_first_file_is_noticed_at_its_end(serve, restorable, records,
                                                                      tmp_path):
     service = serve()
-    service.control("fault", "slow", "1000", "--after", "1")
+    service.control("fault", "slow", "60000", "--after", "1")
     with service.restore(tmp_path, restorable[0]) as run:
-        assert service.registered()
+        assert service.registered() and service.answers_slowly()
         change = service.change("active", "--forced")
         run.wait_for_line(ACCEPTED)
+        service.control("fault", "clear")
         assert run.wait_exit() == 1
     assert run.failed_with(20826)
     assert [line[:2] for line in servedrun.history(run.body)] == [["./T0000000.ZRB", "20826"]]

@@ -177,6 +177,10 @@ class Service(Simulation):
         """Waits until so many registrations are there."""
         return wait_until(lambda: len(self.listed("registration")) == count, 30)
 
+    def answers_slowly(self):
+        """Waits until the delayed reply has been asked for, so that no fault waits any more."""
+        return wait_until(lambda: not self.listed("fault"), 30)
+
     def holds_nothing(self):
         """Whether no registration and no management file is open; the kernel tells the service of a
         close, and of a process's end, a moment later."""
