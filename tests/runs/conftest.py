@@ -124,10 +124,10 @@ def sample():
 
 
 @pytest.fixture(scope="session")
-def device(sample):
+def device(sample, tmp_path_factory):
     """A device with the sample pool that nobody can write to."""
     _need_service()
-    with loopdev.loop(sample.path, read_only=True) as path:
+    with saving.attached(sample, tmp_path_factory.mktemp("device")) as path:
         yield path
 
 
@@ -141,15 +141,24 @@ def slow_device(sample, tmp_path):
 
 
 @pytest.fixture
-def held_save(serve, slow_device, tmp_path):
+def hold_save(serve, slow_device, tmp_path):
+    """Starts a save and lets it stand still in the middle of a scan file: (service, run, disk)."""
+    with contextlib.ExitStack() as end:
+        def start(**more):
+            service = serve()
+            device, disk = slow_device("2000")
+            run = end.enter_context(service.save(tmp_path, device, **more))
+            end.callback(disk.go_on)
+            disk.wait_for_pause()
+            run.wait_until_stuck()
+            return service, run, disk
+        yield start
+
+
+@pytest.fixture
+def held_save(hold_save):
     """A save that stands still in the middle of a scan file: (service, run, disk)."""
-    service = serve()
-    device, disk = slow_device("2000")
-    with service.save(tmp_path, device) as run:
-        disk.wait_for_pause()
-        run.wait_until_stuck()
-        yield service, run, disk
-        disk.go_on()
+    return hold_save()
 
 
 def pytest_terminal_summary(terminalreporter):

@@ -1,6 +1,6 @@
-// Registers and unregisters on several threads for a number of seconds while events arrive, then
-// prints how many registrations it made and how many events it saw. Ends with 1 when a call fails
-// or an event reaches a registration that was removed before.
+// Registers and unregisters on several threads while events arrive, until it has made so many
+// registrations and seen so many events as its arguments say; then prints how many of both it were.
+// Ends with 1 when a call fails or an event reaches a registration that was removed before.
 
 #include <array>
 #include <atomic>
@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iostream>
 #include <thread>
 
@@ -24,9 +25,16 @@ constexpr const char* kConsumer = "Stress";
 
 struct Context {
     std::atomic<bool> removed{false};
-    std::atomic<bool> late{false};
-    std::atomic<long> events{0};
+    std::atomic<int> eventsAfterRemoval{0};
 };
+
+/// One for each registration, for as long as the process lives: the bus may be on its way to any.
+std::array<Context, 100'000> contexts;
+std::atomic<std::size_t> usedContexts{0};
+
+std::atomic<long> registered{0};
+std::atomic<long> delivered{0};
+std::atomic<bool> failed{false};
 
 template <typename Value>
 void Store(std::array<char, 120>& record, std::size_t offset, const Value& value) {
@@ -36,10 +44,12 @@ void Store(std::array<char, 120>& record, std::size_t offset, const Value& value
 std::uint32_t OnEvent(void* block) {
     Context* context = nullptr;
     std::memcpy(&context, static_cast<const char*>(block) + 96, sizeof(void*));
-    if (context->removed) {
-        context->late = true;
+    // The one that was on its way when the registration was removed may still come, and no other:
+    // the library delivers one event after the other.
+    if (context->removed && ++context->eventsAfterRemoval > 1) {
+        failed = true;
     }
-    ++context->events;
+    ++delivered;
     return 0;
 }
 
@@ -59,22 +69,29 @@ unsigned long long Register(Context& context) {
     return handle;
 }
 
-std::atomic<long> registered{0};
-std::atomic<long> delivered{0};
-std::atomic<bool> failed{false};
+struct Goal {
+    long registrations = 0;
+    long events = 0;
 
-void Work(std::chrono::steady_clock::time_point end) {
-    while (std::chrono::steady_clock::now() < end) {
-        Context context;
+    bool IsReached() const {
+        return failed || (registered >= registrations && delivered >= events);
+    }
+};
+
+void Work(const Goal& goal) {
+    while (!goal.IsReached()) {
+        const std::size_t next = usedContexts++;
+        if (next >= contexts.size()) {
+            return;
+        }
+        Context& context = contexts.at(next);
         const unsigned long long handle = Register(context);
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
         const unsigned long status = userHebUnRegisterConsumer(handle, &context);
-        // An event that was with the consumer when it was removed may still be on its way out.
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
         context.removed = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        failed = failed || handle == 0 || (status & 0xFFFFFFFF) != 0 || context.late;
-        delivered += context.events;
+        if (handle == 0 || (status & 0xFFFFFFFF) != 0) {
+            failed = true;
+        }
         ++registered;
     }
 }
@@ -82,11 +99,14 @@ void Work(std::chrono::steady_clock::time_point end) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto end = std::chrono::steady_clock::now() +
-                     std::chrono::seconds(argc > 1 ? std::strtol(argv[1], nullptr, 10) : 1);
+    if (argc != 3) {
+        std::cerr << "usage: bus_stress REGISTRATIONS EVENTS\n";
+        return EXIT_FAILURE;
+    }
+    const Goal goal{std::strtol(argv[1], nullptr, 10), std::strtol(argv[2], nullptr, 10)};
     std::array<std::thread, 3> threads;
     for (std::thread& thread : threads) {
-        thread = std::thread(Work, end);
+        thread = std::thread(Work, std::cref(goal));
     }
     for (std::thread& thread : threads) {
         thread.join();

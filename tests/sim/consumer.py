@@ -3,6 +3,7 @@ callback sees. Takes one JSON command on a line of its standard input, answers w
 
 import ctypes
 import json
+import os
 import struct
 import sys
 import threading
@@ -99,6 +100,11 @@ class Consumer:
         else:
             self.released.set()
         say(done=True, thread=threading.get_native_id())
+
+    def patience(self, milliseconds):
+        """How long the library waits from now on."""
+        os.environ["OSTRELSIM_PATIENCE"] = str(milliseconds)
+        say(done=True)
 
     def leave(self):
         """Ends the process as a return from main does, with a callback still waiting."""

@@ -1,3 +1,4 @@
+import concurrent.futures
 import subprocess
 import time
 
@@ -6,7 +7,7 @@ import pytest
 from simulation import (BUILD, POOL_GUID, POOL_GUID_BYTES, VOLUME_GUID, VOLUME_GUID_BYTES,
                         wait_until)
 
-PATIENCE = 5  # seconds that the bus library waits for the service
+PATIENCE = 5  # seconds that the bus library waits for the service unless it is told otherwise
 POOL_STATE = "OSTREL.ChangePoolState.Enter"
 EVENTS = [POOL_STATE, "OSTREL.ChangeVolState.Enter", "OSTREL.PoolRename.Enter",
           "OSTREL.LVolumeRename.Enter", "OSTREL.LVolumeRename.Exit", "OSTREL.LVolumeDelete.Enter",
@@ -208,13 +209,24 @@ def test_registration_fails_without_a_service(sim):
 def test_a_service_that_stands_still_hangs_nobody(sim):
     consumer = sim.consumer()
     handle = consumer.register()["handle"]
+    consumer.do(do="patience", milliseconds=200)
     with sim.standing_still():
         registration = consumer.register("OSTREL.PoolRename.Enter")
         removal = consumer.do(do="unregister", handle=handle)
-    assert registration["status"] != 0 and registration["seconds"] < 4 * PATIENCE
-    assert removal["status"] != 0 and removal["seconds"] < 4 * PATIENCE
+    assert registration["status"] != 0 and 0.2 <= registration["seconds"] < 4 * PATIENCE
+    assert removal["status"] != 0 and 0.2 <= removal["seconds"] < 4 * PATIENCE
     # The registration whose reply came too late is withdrawn.
     assert wait_until(lambda: registrations(sim) == [])
+
+
+def test_a_library_that_is_told_no_time_of_patience_has_its_own(sim):
+    consumers = [sim.consumer() for _ in range(4)]
+    for consumer, told in zip(consumers[1:], [0, -1, "soon"], strict=True):
+        consumer.do(do="patience", milliseconds=told)
+    with sim.standing_still(), concurrent.futures.ThreadPoolExecutor(4) as at_once:
+        replies = list(at_once.map(lambda consumer: consumer.register(), consumers))
+    assert all(reply["status"] != 0 and PATIENCE <= reply["seconds"] < 4 * PATIENCE
+               for reply in replies), replies
 
 
 def test_a_service_that_dies_takes_the_registrations_with_it(sim, start):
@@ -346,12 +358,12 @@ def test_the_trace_tells_registrations_events_and_answers(sim):
 
 def test_registrations_come_and_go_on_several_threads_under_fire(sim):
     """A program of its own, so that the sanitizers watch both sides of the library."""
-    stress = subprocess.Popen([BUILD / "tests/bus_stress", "2"], env=sim.environment(),
+    stress = subprocess.Popen([BUILD / "tests/bus_stress", "200", "20"], env=sim.environment(),
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     while stress.poll() is None:
         sim.control("event", POOL_STATE, "--timeout", "5")
     out, errors = stress.communicate()
     assert stress.returncode == 0 and errors == ""
     registered, delivered = map(int, out.split())
-    assert registered > 100 and delivered > 10
+    assert registered >= 200 and delivered >= 20
     assert wait_until(lambda: registrations(sim) == [])
