@@ -199,7 +199,7 @@ def demonstrate(folder, plain):
     images = [pool.copy_to(pathlib.Path(folder, "pool.img")),
               loopdev.sparse_image(pathlib.Path(folder, "target.img"), pool.size)]
     lacking = "it was not wanted" if plain else (
-        loopdev.have_loop().why or loopdev.have_fuse().why)
+        loopdev.have_loop().why or loopdev.have_service().why)
     if lacking:
         print(f"Without block devices and service ({lacking}): image files, a preload library that "
               "answers for their size, and --bypass-ostrel.")

@@ -40,7 +40,7 @@ def expect_save_and_restore(shown):
 
 
 def test_the_full_road_shows_a_refused_and_a_forced_change():
-    for answer in (loopdev.have_loop(), loopdev.have_fuse()):
+    for answer in (loopdev.have_loop(), loopdev.have_service()):
         if not answer:
             pytest.skip(answer.why)
     shown = show()

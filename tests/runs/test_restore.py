@@ -99,8 +99,8 @@ def test_a_restore_leaves_user_blocks_alone_unless_told(saved, loop, tmp_path):
 
 
 def test_a_restore_under_the_pool_lock_brings_back_the_same(saved, loop, tmp_path):
-    if not loopdev.have_fuse():
-        pytest.skip(loopdev.have_fuse().why)
+    if not loopdev.have_service():
+        pytest.skip(loopdev.have_service().why)
     binaries = ostrelscan.build_folder() / "bin"
     target = saved.target(tmp_path)
     check = ('"$@"; status=$?; "$CONTROL" list > held.txt; "$CONTROL" trace > trace.txt; '

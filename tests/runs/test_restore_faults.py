@@ -3,12 +3,12 @@
 import concurrent.futures
 import contextlib
 import errno
-import os
 import subprocess
 import time
 
 import pytest
 
+import loopdev
 import ostrelscan
 import poolTypes
 import restoring
@@ -175,6 +175,8 @@ def test_a_device_that_fails_in_the_middle_is_still_stored_and_closed(fault_disk
 
 
 def test_a_block_device_that_turns_read_only_fails_at_the_next_block(loop, folder, tmp_path):
+    if not loopdev.have_administration():
+        pytest.skip(loopdev.have_administration().why)
     image = restoring.target_image(tmp_path / "target.img", 1024)
     scanset.write_set(folder / "set", restoring.records(range(1024)))
     trace = tmp_path / "trace.txt"

@@ -93,11 +93,11 @@ def have_loop():
             return Answer(False, f"no loop devices: {error}")
 
 
-def _may_mount():
-    """Whether this process has CAP_SYS_ADMIN, capability 21."""
+def have_administration():
+    """Whether this process may mount and switch devices: CAP_SYS_ADMIN, capability 21."""
     status = pathlib.Path("/proc/self/status").read_text(encoding="ascii")
     effective = next(line for line in status.splitlines() if line.startswith("CapEff:"))
-    return bool(int(effective.split()[1], 16) >> 21 & 1)
+    return Answer(bool(int(effective.split()[1], 16) >> 21 & 1), "CAP_SYS_ADMIN is not there")
 
 
 @functools.lru_cache
@@ -107,9 +107,26 @@ def have_fuse():
         os.close(os.open("/dev/fuse", os.O_RDWR | os.O_CLOEXEC))
     except OSError as error:
         return Answer(False, f"no FUSE: {error}")
-    if not _may_mount() and (os.geteuid() == 0 or not shutil.which("fusermount3")):
+    if not have_administration() and (os.geteuid() == 0 or not shutil.which("fusermount3")):
         return Answer(False, "no FUSE: mounting is not allowed here")
     return Answer(True)
+
+
+@functools.lru_cache
+def have_private_mounts():
+    """Whether a mount namespace of its own can be had: not in a chroot, whose "/" is no mount point,
+    and not without the right to mount."""
+    done = subprocess.run(["unshare", "--mount", "true"], capture_output=True, text=True,
+                          check=False)
+    if done.returncode == 0:
+        return Answer(True)
+    reason = done.stderr.strip().rpartition(": ")[2]
+    return Answer(False, f"no mount namespace of its own: {reason}")
+
+
+def have_service():
+    """Whether the stand-in of the storage service can run here, in a mount namespace of its own."""
+    return have_private_mounts() and have_fuse()
 
 
 def sparse_image(path, size):

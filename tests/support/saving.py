@@ -185,7 +185,8 @@ def tmpfs(folder, options):
     done = subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", folder],
                           capture_output=True, text=True, check=False)
     if done.returncode != 0:
-        raise OSError(done.stderr.strip())
+        # The reason alone, without the folder: skips are counted by reason.
+        raise OSError(done.stderr.partition("\n")[0].rpartition(": ")[2])
     try:
         yield folder
     finally:
