@@ -1,16 +1,45 @@
-# Options, warnings and sanitizers of the project's own targets. Nothing here is global, so that
-# the tree can be added to another build.
+# Options, warnings, sanitizers and hardening of the project's own targets. Nothing here is global, so
+# that the tree can be added to another build.
 
 option(INSTALL_SIM "Install the stand-in of the storage service" OFF)
+option(OSTREL_WERROR "Stop at a warning, as the presets do" OFF)
 set(OSTREL_SANITIZE "" CACHE STRING "Sanitizers for the whole build, as for -fsanitize=")
+set(OSTREL_DEBUG_INFO "" CACHE STRING "Debug information of the product, as for the compiler")
+set(release_build OFF)
+if(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo|MinSizeRel)$" AND NOT OSTREL_SANITIZE)
+  set(release_build ON)
+endif()
+option(OSTREL_HARDEN "Harden the product as a distribution does; for an optimising build"
+  ${release_build})
+if(OSTREL_HARDEN AND OSTREL_SANITIZE)
+  message(FATAL_ERROR "OSTREL_HARDEN hides from OSTREL_SANITIZE what it looks for: choose one")
+endif()
 
+# For every target of the project, tests included.
 add_library(ostrel_options INTERFACE)
 target_compile_options(ostrel_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${OSTREL_WERROR}>:-Werror>)
 if(OSTREL_SANITIZE)
   target_compile_options(ostrel_options INTERFACE
     -fsanitize=${OSTREL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(ostrel_options INTERFACE -fsanitize=${OSTREL_SANITIZE})
+endif()
+
+# For what is installed or stands in for it: util/ and sim/.
+add_library(ostrel_product INTERFACE)
+target_link_libraries(ostrel_product INTERFACE ostrel_options)
+target_compile_options(ostrel_product INTERFACE ${OSTREL_DEBUG_INFO})
+if(OSTREL_HARDEN)
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(ostrel_product INTERFACE
+    -fstack-protector-strong -fno-omit-frame-pointer)
+  if(NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")  # a distribution may ask for more
+    target_compile_options(ostrel_product INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  endif()
+  # The build id is what a debugger finds information by that was split off.
+  target_link_options(ostrel_product INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,--build-id)
 endif()
 
 find_package(ZLIB REQUIRED)
@@ -20,7 +49,7 @@ find_package(Curses REQUIRED)
 
 # A program of the product: its binary stands in bin/ of the build folder.
 function(ostrel_program target)
-  target_link_libraries(${target} PRIVATE ostrel_options)
+  target_link_libraries(${target} PRIVATE ostrel_product)
   set_target_properties(${target} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 endfunction()
