@@ -67,6 +67,15 @@ ROOMS = (
         scanFileList
         zsbFile zsbFileOpen
     """),
+    Room("scan sets", "1 left", "util/common", ("0", "scan file format", "scan file reader"), """
+        scanFileStudy
+        scanFileWalk
+        scanProblem
+        scanSet
+        scanSetCheck
+        scanSetNames
+        scanSetTwice
+    """),
     Room("pool control", "1 right", "util/common", ("0",), """
         heb hebConsumer
         hebEvent
@@ -101,6 +110,8 @@ ROOMS = (
     Room("companion", "beside", "util/zsbtool", ("0", "1 left"), """
         arguments
         badBlocksCommand
+        blockNumbers
+        checkCommand
         command
         commands
         failure
@@ -108,12 +119,15 @@ ROOMS = (
         logCommand
         main
         messages
+        openSet
         output
         outputs
         parser
         program
         progress
         runLog
+        setReport
+        setSearch
         settings
         statusCommand
         statusMeaning

@@ -1,8 +1,11 @@
 """Puts tests/support on the path and hands its parts to the tests as fixtures."""
 
+import dataclasses
 import os
 import pathlib
+import shutil
 import sys
+import tempfile
 
 import pytest
 
@@ -27,6 +30,25 @@ def fault_loop():
         if not answer:
             pytest.skip(answer.why)
     return loopdev.fault_loop
+
+
+@dataclasses.dataclass
+class Somebody:
+    """A user without rights of his own, and a folder that he may read."""
+
+    folder: pathlib.Path
+    how: dict  # for zsbtool.run
+
+
+@pytest.fixture
+def somebody():
+    """Root runs the program as somebody else, and anybody else as himself."""
+    if os.geteuid() == 0 and not shutil.which("setpriv"):
+        pytest.skip("setpriv is not installed")
+    before = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
+    with tempfile.TemporaryDirectory() as folder:
+        os.chmod(folder, 0o755)
+        yield Somebody(pathlib.Path(folder), {"before": before if os.geteuid() == 0 else ()})
 
 
 @pytest.fixture

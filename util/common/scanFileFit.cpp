@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 #include <string_view>
 
 #include "util/common/errors.h"
@@ -22,15 +21,6 @@ constexpr FlagMeaning kTroubledSaves[] = {
     {kFlagStateChange, "its save was disturbed by a change of the pool's state"},
     {kFlagError, "its save met an error"},
 };
-
-/// The low byte of each unit, which is all that any reader takes of a name.
-std::string PoolName(const ScanFileHeader_s& header) {
-    std::string name;
-    for (std::size_t i = 0; i < std::size(header.poolName) && header.poolName[i] != 0; ++i) {
-        name += static_cast<char>(header.poolName[i] & 0xFF);
-    }
-    return name;
-}
 
 /// The name as it can stand in one line, whatever a damaged header holds.
 std::string Quoted(std::string name) {
@@ -118,8 +108,8 @@ void ScanFileFit::Compare(const ScanFileHeader_s& header, std::vector<std::strin
     if (Ostrel::LB_GUIDCompare(&scanID, &wantedID) != 0) {
         wrong.emplace_back("its scan ID is not that of " + first_->path);
     }
-    const std::string name = PoolName(header);
-    const std::string wantedName = PoolName(wanted);
+    const std::string name = PoolNameOf(header);
+    const std::string wantedName = PoolNameOf(wanted);
     if (name != wantedName) {
         wrong.emplace_back("its pool is " + Quoted(name) + " and not " + Quoted(wantedName));
     }

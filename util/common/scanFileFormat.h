@@ -3,6 +3,8 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
+#include <string>
 
 #include "util/common/guid.h"
 
@@ -79,6 +81,15 @@ inline constexpr std::uint32_t kScanFileHeaderSize = 660;
 static_assert(sizeof(ScanFileHeader_s) == kScanFileHeaderSize);
 static_assert(offsetof(ScanFileHeader_s, poolBlocks) == 32);
 static_assert(offsetof(ScanFileHeader_s, poolName) == 144);
+
+/// The header's pool name: the low byte of each unit, which is all that any reader takes of it.
+inline std::string PoolNameOf(const ScanFileHeader_s& header) {
+    std::string name;
+    for (std::size_t i = 0; i < std::size(header.poolName) && header.poolName[i] != 0; ++i) {
+        name += static_cast<char>(header.poolName[i] & 0xFF);
+    }
+    return name;
+}
 
 /// One record of a scan file: a block's image and where it belongs.
 struct QuadAndBlock_s {

@@ -113,6 +113,10 @@ bool ScanFileReader::StreamEnded() const {
     return inflater_ != nullptr && inflater_->Ended();
 }
 
+std::uint64_t ScanFileReader::TakenUpTo() const {
+    return inflating_ ? offset_ - inflater_->InputLeft() : offset_;
+}
+
 void ScanFileReader::Rewind() {
     crc_ = kScanFileCrcStart;
     offset_ = kScanFileHeaderSize;

@@ -59,6 +59,8 @@ class ScanFileReader {
     /// Where in the file the next bytes come from: the next record of a raw file, the next
     /// compressed input of another.
     std::uint64_t Offset() const { return offset_; }
+    /// Where in the file the data ends that the records so far were made from.
+    std::uint64_t TakenUpTo() const;
     /// Over the records read since the first; `Header().crc` behind the last of a sound file.
     std::uint32_t Crc() const { return crc_; }
 

@@ -54,6 +54,8 @@ class Inflater {
     std::span<unsigned char> InputBuffer() { return input_; }
     void Refilled(std::size_t count);
     bool InputPending() const { return stream_.avail_in != 0; }
+    /// Bytes of the input that were not taken yet.
+    std::size_t InputLeft() const { return stream_.avail_in; }
 
     /// Makes `room` the output; it must stay valid while it is filled.
     void Offer(std::span<unsigned char> room);

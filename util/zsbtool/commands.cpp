@@ -4,6 +4,7 @@
 // clang-format off
 #define ZSBTOOL_COMMANDS(command) \
     command(kBadBlocksCommand) \
+    command(kCheckCommand) \
     command(kLogCommand) \
     command(kStatusCommand)
 // clang-format on

@@ -11,8 +11,10 @@
 #include <streambuf>
 
 #include "util/common/log.h"
+#include "util/zsbtool/failure.h"
 #include "util/zsbtool/messages.h"
 #include "util/zsbtool/parser.h"
+#include "util/zsbtool/text.h"
 
 namespace zsbtool {
 
@@ -75,8 +77,10 @@ int RunProgram(int argc, const char* const* argv) {
                                             : Refuse(failure.what());
     } catch (const std::bad_alloc&) {
         return Refuse("out of memory");
-    } catch (const std::exception& failure) {
+    } catch (const Failure& failure) {
         return Refuse(failure.what());
+    } catch (const std::exception& failure) {
+        return Refuse(Printable(failure.what()).c_str());
     }
 }
 

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "util/common/blockTypes.h"
+#include "util/common/scanFileStudy.h"
+#include "util/common/scanProblem.h"
+#include "util/common/scanSet.h"
+
+/// What one file of a set came to.
+struct ScanFileReport {
+    std::uint64_t records = 0;          ///< read whole
+    std::vector<ScanProblem> problems;  ///< all of the file's, those of its header first
+};
+
+/// What is to be said of a set whose every record was read.
+struct ScanSetReport {
+    std::vector<ScanFileReport> files;  ///< one for each of the set's files
+    std::uint64_t records = 0;
+    std::array<std::uint64_t, kBlockTypeCount> types{};  ///< records of each block type
+    std::vector<ScanProblem> problems;  ///< the set's, then file by file, then the strays
+    std::vector<ScanProblem> warnings;  ///< they say nothing against the set
+
+    bool Restorable() const { return problems.empty(); }
+};
+
+/// Reads every record of a set and judges it, on so many threads; the report does not depend on
+/// their number. `progress` is told of `set.Bytes()` in all.
+ScanSetReport CheckScanSet(const ScanSet& set, unsigned jobs, const ScanProgress& progress = {});

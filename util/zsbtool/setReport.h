@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "util/common/scanSetCheck.h"
+#include "util/zsbtool/table.h"
+
+namespace zsbtool {
+
+class JsonDocument;
+class Output;
+
+/// A set and what was found in it.
+struct CheckedSet {
+    ScanSet set;
+    ScanSetReport report;
+};
+
+/// "restorable" or "not restorable: 2 problems".
+std::string Verdict(const ScanSetReport& report);
+/// The tone for that.
+Tone VerdictTone(const ScanSetReport& report);
+
+/// Writes the members of the open object that tell of a set.
+void PutCheckedSet(JsonDocument& json, const CheckedSet& checked);
+
+/// Writes for people what a set is, what is wrong with it, and the verdict as the last line.
+void PutCheckedSet(Output& out, const Painter& paint, const CheckedSet& checked);
+
+}  // namespace zsbtool
