@@ -28,11 +28,28 @@ def test_paths_that_documents_name_exist(document):
     assert missing == []
 
 
-def test_documented_names_exist_in_the_code():
-    code = "".join(text for name, text in house.read_tree().items() if name.startswith("util/"))
-    text = (ROOT / "docs/architecture.md").read_text(encoding="utf-8")
-    names = {name for name in re.findall(r"`([A-Za-z_]+)`", text)} - {"main", "finished", "errno"}
+def text_of(*names):
+    """The names and texts of files of the tree; folders of the house stand for all their files."""
+    tree = {name: text for name, text in house.read_tree().items() if name.startswith(names)}
+    return "".join([*tree, *tree.values(), *((ROOT / name).read_text(encoding="utf-8")
+                                             for name in names if not name.endswith("/"))])
+
+
+@pytest.mark.parametrize("document, places, others", [
+    ("docs/architecture.md", ["util/"], {"main", "finished", "errno"}),
+    ("CONTRIBUTING.md", ["util/", "sim/", "cmake/ProjectOptions.cmake", "CMakePresets.json"],
+     {"unique_ptr"}),
+])
+def test_documented_names_exist_in_the_code(document, places, others):
+    code = text_of(*places)
+    names = set(re.findall(r"`([A-Za-z_][A-Za-z_0-9]*)`", text_of(document))) - others
     assert names and [name for name in sorted(names) if not re.search(rf"\b{name}\b", code)] == []
+
+
+def test_every_page_is_named_in_the_readme():
+    readme = text_of("README.md")
+    assert [page.name for page in ROOT.glob("docs/*.md")
+            if f"](docs/{page.name})" not in readme] == []
 
 
 def test_the_worked_example_shows_a_real_file(build, tmp_path):
