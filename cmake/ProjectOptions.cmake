@@ -38,8 +38,9 @@ if(OSTREL_HARDEN)
   if(NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")  # a distribution may ask for more
     target_compile_options(ostrel_product INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
   endif()
-  # The build id is what a debugger finds information by that was split off.
-  target_link_options(ostrel_product INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,--build-id)
+  # For binaries alone: a library would hand it on to whoever links it. The build id is what a
+  # debugger finds information by that was split off.
+  set(OSTREL_BINARY_LINK_OPTIONS -Wl,-z,relro -Wl,-z,now -Wl,--build-id)
 endif()
 
 find_package(ZLIB REQUIRED)
@@ -50,6 +51,7 @@ find_package(Curses REQUIRED)
 # A program of the product: its binary stands in bin/ of the build folder.
 function(ostrel_program target)
   target_link_libraries(${target} PRIVATE ostrel_product)
+  target_link_options(${target} PRIVATE ${OSTREL_BINARY_LINK_OPTIONS})
   set_target_properties(${target} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 endfunction()
