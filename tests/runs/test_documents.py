@@ -1,5 +1,6 @@
 """The promises of the documents: links, paths, names, and the worked example."""
 
+import json
 import re
 
 import pytest
@@ -7,6 +8,12 @@ import pytest
 import house
 
 ROOT = house.ROOT
+OTHER_PROGRAMS_OPTIONS = {
+    "--build", "--preset",                                           # cmake
+    "--add-gnu-debuglink", "--only-keep-debug", "--strip-debug",     # objcopy
+    "--gtest",                                                       # a program of unit tests
+    "--detach", "--find", "--show",                                  # losetup
+}
 DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
 
 
@@ -44,6 +51,29 @@ def test_documented_names_exist_in_the_code(document, places, others):
     code = text_of(*places)
     names = set(re.findall(r"`([A-Za-z_][A-Za-z_0-9]*)`", text_of(document))) - others
     assert names and [name for name in sorted(names) if not re.search(rf"\b{name}\b", code)] == []
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_options_that_documents_show_exist(document):
+    shown = set(re.findall(r"(?<![\w-])--[a-z][a-z-]+", document.read_text(encoding="utf-8")))
+    code = text_of("util/", "sim/")
+    assert [option for option in sorted(shown - OTHER_PROGRAMS_OPTIONS)
+            if not re.search(rf'(--|"|,--){option[2:]}\b', code)] == []
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_builds_and_tests_that_documents_show_exist(document):
+    text = document.read_text(encoding="utf-8")
+    presets = json.loads(text_of("CMakePresets.json"))["configurePresets"]
+    assert set(re.findall(r"--preset (\w+)", text)) <= {preset["name"] for preset in presets}
+    lists = text_of("CMakeLists.txt", "cmake/ProjectOptions.cmake")
+    assert [name for name in re.findall(r"-D(\w+)=", text) if name not in lists] == []
+    runs = {f"runs.{path.stem}" for path in ROOT.glob("tests/runs/test_*.py")}
+    assert set(re.findall(r"ctest .*-R (\S+)", text)) <= runs
+    units = " ".join(re.findall(r"^TEST\w*\((\w+),", "".join(
+        path.read_text(encoding="utf-8") for path in ROOT.glob("tests/util/**/*Test.cpp")), re.M))
+    assert [name for name in re.findall(r"--gtest_filter='\*(\w+)\*'", text)
+            if name not in units] == []
 
 
 def test_every_page_is_named_in_the_readme():
