@@ -99,6 +99,23 @@ StreamTransfer PositionedStream::Write(const void* bytes, std::size_t size) {
     return Settle(std::fwrite(bytes, 1, size, stream_.get()), size);
 }
 
+StreamTransfer PositionedStream::ReadPastBuffer(std::uint64_t offset, void* bytes,
+                                                std::size_t size) const {
+    StreamTransfer transfer;
+    while (transfer.count < size && !transfer.ended) {
+        const ssize_t count =
+            pread64(Descriptor(), static_cast<char*>(bytes) + transfer.count, size - transfer.count,
+                    static_cast<off64_t>(offset + transfer.count));
+        if (count < 0 && errno != EINTR) {
+            transfer.error = errno;
+            break;
+        }
+        transfer.count += count > 0 ? static_cast<std::size_t>(count) : 0;
+        transfer.ended = count == 0;
+    }
+    return transfer;
+}
+
 int PositionedStream::Flush() {
     if (!IsOpen()) {
         return EBADF;  // the library takes no stream for every stream

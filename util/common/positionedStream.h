@@ -39,6 +39,9 @@ class PositionedStream {
     StreamTransfer Read(void* bytes, std::size_t size);
     StreamTransfer Write(const void* bytes, std::size_t size);
 
+    /// Reads what the file holds now at an offset, past the buffer; the stream's place stays.
+    StreamTransfer ReadPastBuffer(std::uint64_t offset, void* bytes, std::size_t size) const;
+
     /// The descriptor below, which the stream keeps.
     int Descriptor() const { return fileno(stream_.get()); }
 

@@ -63,7 +63,7 @@ int ScanFileReader::Open(const std::string& path) {
         return zERR_ZID_NOT_FOUND;
     }
     Rewind();
-    ReadHeader();
+    TakeHeader(ReadFrom(0, &header_, kScanFileHeaderSize));
     return 0;
 }
 
@@ -86,8 +86,13 @@ int ScanFileReader::ReadHeader() {
     if (!IsOpen()) {
         return zERR_INVALID_STATE;
     }
+    // Past the stream's buffer: a file may be completed while it is open.
+    return TakeHeader(stream_.ReadPastBuffer(0, &header_, kScanFileHeaderSize));
+}
+
+/// Judges the header that was just read, so far as it came.
+int ScanFileReader::TakeHeader(const StreamTransfer& read) {
     inflating_ = false;
-    const StreamTransfer read = ReadFrom(0, &header_, kScanFileHeaderSize);
     if (read.count != kScanFileHeaderSize) {
         headerStatus_ = read.ended ? zERR_END_OF_FILE : SystemErrorStatus(read.error);
         header_ = {};
@@ -120,6 +125,9 @@ std::uint64_t ScanFileReader::TakenUpTo() const {
 void ScanFileReader::Rewind() {
     crc_ = kScanFileCrcStart;
     offset_ = kScanFileHeaderSize;
+    if (inflater_ != nullptr) {
+        inflater_->Reset();
+    }
 }
 
 /// Where the records of a raw file end.

@@ -76,6 +76,7 @@ class ScanFileReader {
 
   private:
     StreamTransfer ReadFrom(std::uint64_t offset, void* bytes, std::size_t size);
+    int TakeHeader(const StreamTransfer& read);
     int CheckHeader() const;
     std::uint64_t RecordsEnd() const;
     int EndOfStream(const unsigned char* out);

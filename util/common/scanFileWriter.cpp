@@ -146,8 +146,7 @@ int ScanFileWriter::Append(const unsigned char* data, unsigned long length) {
     crc_ = Ostrel::updateCRC(crc_, data, length);
     const int status = deflater_ != nullptr ? Compress(data, length) : WriteData(data, length);
     if (status != 0) {
-        RecordError(status);
-        return status;
+        return Failed(status);
     }
     dataBytes_ += length;
     return 0;
@@ -167,8 +166,7 @@ int ScanFileWriter::Compress(const unsigned char* data, unsigned long length) {
             }
         } else if (result != Z_OK && result != Z_BUF_ERROR) {
             LogLine() << "util/common/zsbFile[323] Deflate error: " << result << '\n';
-            RecordError(result);
-            return result;
+            return Failed(result);
         } else if (deflater_->InputConsumed()) {
             return 0;
         }
@@ -179,7 +177,7 @@ int ScanFileWriter::WriteCompressorOutput() {
     const std::span<unsigned char> output = deflater_->Output();
     const int status = WriteData(output.data(), output.size());
     if (status != 0) {
-        RecordError(status);
+        Failed(status);
         return kOutputNotWritten;
     }
     deflater_->EmptyOutput();
@@ -248,7 +246,7 @@ int ScanFileWriter::EndCompression() {
     }
     const int status = Flush();
     if (status != 0) {
-        RecordError(status);
+        Failed(status);
     }
     const int result = deflater_->Reset();
     if (result != Z_OK) {
@@ -261,6 +259,18 @@ void ScanFileWriter::RecordError(int status) {
     if (firstError_ == 0) {
         firstError_ = status;
     }
+}
+
+void ScanFileWriter::ClearError() {
+    firstError_ = 0;
+    failed_ = false;
+}
+
+/// Records an error that the caller is told.
+int ScanFileWriter::Failed(int status) {
+    RecordError(status);
+    failed_ = true;
+    return status;
 }
 
 std::uint64_t ScanFileWriter::RecordsOfAFullFile() const {
@@ -291,13 +301,9 @@ int ScanFileWriter::Close(const CloseReasons& reasons, unsigned long* crcOut) {
     if (!IsOpen()) {
         return zERR_INVALID_STATE;
     }
-    // An error from before the close has been returned to the caller already.
-    const bool errorKnown = firstError_ != 0;
-    int status = 0;
-    if (deflater_ != nullptr) {
-        const int compressionStatus = EndCompression();
-        status = errorKnown ? 0 : compressionStatus;
-    }
+    // What failed before the close has been told, and fails the end of the stream again.
+    const bool told = failed_;
+    const int streamStatus = deflater_ != nullptr ? EndCompression() : 0;
     closeTime_ = UTCSeconds();
     FillInHeader(CloseFlags(reasons));
     const int headerStatus = WriteHeader();
@@ -305,9 +311,9 @@ int ScanFileWriter::Close(const CloseReasons& reasons, unsigned long* crcOut) {
         *crcOut = crc_;
     }
     const int closeStatus = CloseStream();
-    for (const int later : {headerStatus, closeStatus}) {
-        status = status != 0 ? status : later;
-    }
     fileNumber_ += 1;
-    return status;
+    if (headerStatus != 0) {
+        return headerStatus;
+    }
+    return streamStatus != 0 && !told ? streamStatus : closeStatus;
 }

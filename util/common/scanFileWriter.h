@@ -74,7 +74,7 @@ class ScanFileWriter {
 
     /// Keeps the first error of the current file, which marks its header.
     void RecordError(int status);
-    void ClearError() { firstError_ = 0; }
+    void ClearError();
 
     /// Whether the file last created has reached the size limit.
     bool Full() const { return dataBytes_ >= settings_.sizeLimit; }
@@ -82,12 +82,14 @@ class ScanFileWriter {
     std::uint64_t RecordsOfAFullFile() const;
 
     /// Ends the current file. `crcOut`, when given, receives its CRC if its header could be
-    /// written. The file number advances whatever the result.
+    /// written. The file number advances whatever the result. A header that cannot be written is
+    /// told before compressed bytes that cannot (-2), and those only where no call before failed.
     int Close(const CloseReasons& reasons, unsigned long* crcOut);
 
   private:
     void Begin();
     int WriteAt(std::uint64_t offset, std::span<const unsigned char> bytes, const char* what);
+    int Failed(int status);
     int WriteCompressorOutput();
     int FinishStream();
     std::uint32_t CloseFlags(const CloseReasons& reasons) const;
@@ -107,5 +109,6 @@ class ScanFileWriter {
     std::uint64_t end_ = 0;                       // the highest offset written
     std::uint64_t dataBytes_ = 0;                 // header and records, uncompressed
     std::uint32_t crc_ = kScanFileCrcStart;
-    int firstError_ = 0;
+    int firstError_ = 0;   // of the writer or of its user
+    bool failed_ = false;  // a call has told an error of the current file
 };

@@ -75,3 +75,10 @@ int Inflater::Run() {
     ended_ = ended_ || result == Z_STREAM_END;
     return result;
 }
+
+void Inflater::Reset() {
+    Refilled(0);
+    Offer({});
+    ended_ = false;
+    inflateReset(&stream_);
+}

@@ -64,6 +64,9 @@ class Inflater {
 
     /// Runs inflate once; returns zlib's result.
     int Run();
+    /// Begins again with the first byte of a stream; the input and output of the old one are
+    /// dropped.
+    void Reset();
     /// Whether a run has come to the stream's end.
     bool Ended() const { return ended_; }
 

@@ -207,6 +207,23 @@ TEST_F(Stream, TellsTheReasonOfEachCallAlone) {
     EXPECT_EQ(read_.error, 0);
 }
 
+TEST_F(Stream, ReadsPastItsBufferWhatTheFileHoldsNow) {
+    support::WriteFile(path_, "0123456789");
+    ASSERT_EQ(stream_.Open(path_.c_str(), "r", 4096), 0);
+    EXPECT_EQ(Read(2), "01");
+    support::WriteFile(path_, "abcdefghijkl");
+    char bytes[8] = "";
+    ExpectWhole(stream_.ReadPastBuffer(1, bytes, 4), 4);
+    EXPECT_EQ(std::string_view(bytes, 4), "bcde");
+    EXPECT_EQ(Read(2), "23");
+    const StreamTransfer tail = stream_.ReadPastBuffer(10, bytes, 4);
+    EXPECT_EQ(std::string_view(bytes, tail.count), "kl");
+    EXPECT_TRUE(tail.ended);
+    EXPECT_EQ(tail.error, 0);
+    ASSERT_EQ(stream_.Open(directory_.Path().c_str(), "r", 0), 0);
+    EXPECT_EQ(stream_.ReadPastBuffer(0, bytes, 4).error, EISDIR);
+}
+
 TEST_F(Stream, ReportsAFlushThatTheSystemRefuses) {
     ASSERT_EQ(stream_.Open("/dev/full", "wb", 4096), 0);
     ExpectWritten("abc");

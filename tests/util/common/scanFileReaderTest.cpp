@@ -129,6 +129,21 @@ TEST_F(FileReader, ReadsRecordsOfARawFileInAnyOrder) {
     }
 }
 
+TEST_F(FileReader, GoesBackToTheFirstRecord) {
+    for (const bool compressed : {false, true}) {
+        Open(compressed ? ScanFileImage::Compressed(records_) : ScanFileImage::Raw(records_));
+        for (int again = 0; again < 3; ++again) {
+            ExpectRecord(records_[0]);
+            ExpectRecord(records_[1]);
+            ExpectEnd();
+            EXPECT_EQ(reader_.Crc(), reader_.Header().crc);
+            reader_.Rewind();
+            EXPECT_FALSE(reader_.StreamEnded());
+        }
+        ASSERT_EQ(reader_.Close(), 0);
+    }
+}
+
 TEST_F(FileReader, KnowsWhetherItCameToTheEndOfTheStream) {
     Open(ScanFileImage::Compressed(records_));
     EXPECT_FALSE(reader_.StreamEnded());

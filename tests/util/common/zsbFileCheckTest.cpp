@@ -181,6 +181,38 @@ TEST_F(ZSBFileCheck, BeginsAtTheFirstRecordWhateverWasReadBefore) {
     EXPECT_EQ(file_.OpenSearch(&found_, 3), 0);
 }
 
+/// What both checks say of the file that is open, each twice and one behind the other.
+void ExpectSameEachTime(ZSBFile& file, int validity, int search) {
+    QuadAndBlock_s found{};
+    for (int again = 0; again < 2; ++again) {
+        EXPECT_EQ(file.OpenValidate(), validity);
+        EXPECT_EQ(file.OpenValidate(), validity);
+        EXPECT_EQ(file.OpenSearch(&found, 7), search);
+        EXPECT_EQ(found.blockNumber, search == 0 ? 7U : 0U);
+        EXPECT_EQ(file.OpenSearch(&found, 7), search);
+    }
+}
+
+TEST_F(ZSBFileCheck, BeginsACompressedFileAtTheFirstRecordEachTime) {
+    Open(ScanFileImage::Compressed(records_));
+    ExpectSameEachTime(file_, 0, 0);
+    ASSERT_EQ(file_.OpenSearch(&found_, 3), 0);
+    ASSERT_EQ(ReadStatus(), 0);
+    ExpectSameEachTime(file_, 0, 0);
+    EXPECT_EQ(file_.OpenSearch(&found_, 4), kNoSuchBlock);
+    EXPECT_EQ(file_.OpenSearch(&found_, 9), 0);
+    EXPECT_TRUE(Found(records_[2]));
+}
+
+TEST_F(ZSBFileCheck, BeginsADamagedCompressedFileAtTheFirstRecordEachTime) {
+    ScanFileImage cut = ScanFileImage::CompressedBytes(std::string(4104 + 1000, 'x'));
+    Open(cut.SetDataBytes(660 + 2 * 4104));
+    ExpectSameEachTime(file_, 20004, 20004);
+    ASSERT_EQ(file_.OpenClose(), 0);
+    Open(ScanFileImage::Compressed(records_).FlipByte(660));
+    ExpectSameEachTime(file_, 0x22115000 - 3, 0x22115000 - 3);
+}
+
 TEST_F(ZSBFileCheck, FindsABlockInARawAndInACompressedFile) {
     for (const ScanFileImage& image :
          {ScanFileImage::Raw(records_), ScanFileImage::Compressed(records_)}) {

@@ -232,6 +232,47 @@ TEST_F(ZSBFileReader, TakesTheLowByteOfEachUnitOfThePoolName) {
     EXPECT_STREQ(buffer, "Dat\xE9");
 }
 
+TEST_F(ZSBFileReader, ReadsAFileThatIsCompletedWhileItIsOpen) {
+    for (const ScanFileImage& image :
+         {ScanFileImage::Raw(records_), ScanFileImage::Compressed(records_)}) {
+        for (const std::size_t size : {0, 300, 659}) {
+            ScanFileImage part = image;
+            OpenImage(part.ShrinkSize(size));
+            EXPECT_EQ(ReadStatus(), kEndOfFile);
+            image.Write(Path("image.ZRB"));
+            ASSERT_EQ(file_->ReadAndValidateHeader(), 0);
+            EXPECT_EQ(file_->BlocksInFileGet(), 2U);
+            ExpectRecord(records_[0]);
+            ExpectRecord(records_[1]);
+            EXPECT_EQ(ReadStatus(), kEndOfFile);
+            ASSERT_EQ(file_->OpenClose(), 0);
+        }
+    }
+}
+
+TEST_F(ZSBFileReader, ReadsTheHeaderThatTheFileHasNow) {
+    OpenImage(ScanFileImage::Raw({}));
+    EXPECT_EQ(ReadStatus(), kEndOfFile);
+    std::vector<TestRecord> growing;
+    for (std::uint64_t number = 1; number < 5; ++number) {
+        growing.push_back(MakeTestRecord(number));
+        ScanFileImage::Raw(growing).Write(Path("image.ZRB"));
+        ASSERT_EQ(file_->ReadAndValidateHeader(), 0);
+        EXPECT_EQ(file_->BlocksInFileGet(), number);
+    }
+    for (const TestRecord& record : growing) {
+        ExpectRecord(record);
+    }
+    EXPECT_EQ(ReadStatus(), kEndOfFile);
+}
+
+TEST_F(ZSBFileReader, ReadingTheHeaderAgainLeavesThePlaceInACompressedFile) {
+    OpenImage(ScanFileImage::Compressed(records_));
+    ExpectRecord(records_[0]);
+    ASSERT_EQ(file_->ReadAndValidateHeader(), 0);
+    ExpectRecord(records_[1]);
+}
+
 TEST_F(ZSBFileReader, ReadsSingleRecordsByTheOffsetsItReported) {
     ScanFileImage::Raw(records_).Write(Path("a.ZRB"));
     ASSERT_EQ(file_->RandomOpen(Path("a.ZRB")), 0);

@@ -124,6 +124,46 @@ TEST_F(FailingWriter, NoticesAtTheCloseThatCompressedBytesDoNotFit) {
     EXPECT_TRUE(std::filesystem::exists(Path("C0000001.ZSB")));
 }
 
+TEST_F(FailingWriter, TellsTheHeaderThatCannotBeWrittenBeforeCompressedBytesThatDoNotFit) {
+    const auto file = Make({.compress = true});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::NoiseBlock(1)), 0);
+    unsigned long crc = 12345;
+    {
+        const support::FileSizeLimit limit(0);
+        EXPECT_EQ(Close(*file, &crc), kSystemError + EFBIG);
+    }
+    EXPECT_EQ(crc, 12345U);
+    EXPECT_THAT(log_.Text(), HasSubstr("ZSBFile::Write:: File too large\n"));
+    EXPECT_THAT(log_.Text(), HasSubstr("ZSBFile::WriteHeader(): File too large\n"));
+    EXPECT_EQ(file->CreateNext(true), 0);
+}
+
+TEST_F(FailingWriter, TellsAFlushThatFailsAtTheCloseWhateverItsUserRecorded) {
+    const auto file = Make({.compress = true});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    ASSERT_EQ(Append(*file, 1, support::NoiseBlock(1)), 0);
+    file->QuadAndBlockErrorSet(20100);
+    {
+        const support::FileSizeLimit limit(660 + 100);
+        EXPECT_EQ(Close(*file), -2);
+    }
+    EXPECT_EQ(Parts("C0000000.ZSB").Flags(), 0x2C1U);
+}
+
+TEST_F(FailingWriter, TellsAnErrorOfARecordOnceAlsoWhereItsUserRecordedOneBefore) {
+    const auto file = Make({.compress = true, .level = 0});
+    ASSERT_EQ(file->CreateNext(true), 0);
+    file->QuadAndBlockErrorSet(20100);
+    const support::FileSizeLimit limit(660);
+    int status = 0;
+    for (unsigned i = 0; i < 10 && status == 0; ++i) {
+        status = Append(*file, i, support::NoiseBlock(i));
+    }
+    EXPECT_EQ(status, -2);
+    EXPECT_EQ(Close(*file), 0);
+}
+
 TEST_F(FailingWriter, CreatesAFileWhoseHeaderCannotBeWrittenAndReportsItAtTheClose) {
     FillDisk("T0000000.ZSB");
     const auto file = Make();
