@@ -114,7 +114,7 @@ def test_a_device_that_is_too_short_fails_at_its_end(loop, folder, tmp_path):
 
 @pytest.mark.parametrize("number", [BLOCKS + 1, 2**40, 2**51, 2**52 + 3, 2**64 - 1])
 def test_a_block_that_the_device_does_not_have_fails_its_seek(loop, folder, image, number):
-    scanset.write_set(folder / "set", restoring.records([3, number, 4]))
+    restoring.replace_set(folder, restoring.records([3, number, 4]))
     with loop(image) as device:
         run = restoring.restore(folder, device)
     status = SYSTEM_ERROR + errno.EINVAL
@@ -160,7 +160,7 @@ def wait_for(condition, seconds=20):
 def test_a_device_that_fails_in_the_middle_is_still_stored_and_closed(fault_disk, folder, tmp_path,
                                                                       fault, error, closing):
     image = restoring.target_image(tmp_path / "target.img", 1024)
-    scanset.write_set(folder / "set", restoring.records(range(1024)))
+    restoring.replace_set(folder, restoring.records(range(1024)))
     with fault_disk(image, tmp_path / "mnt") as disk:
         with in_background(folder, disk.disk,
                            before=slowly(tmp_path / "trace.txt", disk.disk)) as restore:
@@ -178,7 +178,7 @@ def test_a_block_device_that_turns_read_only_fails_at_the_next_block(loop, folde
     if not loopdev.have_administration():
         pytest.skip(loopdev.have_administration().why)
     image = restoring.target_image(tmp_path / "target.img", 1024)
-    scanset.write_set(folder / "set", restoring.records(range(1024)))
+    restoring.replace_set(folder, restoring.records(range(1024)))
     trace = tmp_path / "trace.txt"
     with loop(image) as device:
         with in_background(folder, device, before=slowly(trace, device)) as restore:

@@ -92,7 +92,7 @@ ROOMS = (
         failedReads
         poolDevice
         runSettings
-        scanEngine dumpPass restorePass
+        scanEngine dumpPass passNotes restorePass
         scanOptions
     """),
     Room("screen", "3", "util/ostrelscan", ("0", "1 left", "1 right", "2"), """

@@ -9,6 +9,7 @@ import shutil
 import pytest
 
 import ostrelscan
+import scanset
 
 BLOCK = 4096
 EMPTY = bytes(BLOCK)
@@ -44,6 +45,13 @@ def make_folder(path):
     folder = pathlib.Path(path)
     (folder / "set").mkdir(parents=True)
     return folder
+
+
+def replace_set(folder, records, **how):
+    """Writes the folder's `set` anew, with nothing left of the one before."""
+    shutil.rmtree(folder / "set")
+    (folder / "set").mkdir()
+    return scanset.write_set(folder / "set", records, **how)
 
 
 def arguments(device, *options, pool="POOL"):

@@ -30,6 +30,7 @@ int PositionedStream::Begin(std::FILE* stream, std::size_t bufferSize) {
         std::setvbuf(stream, buffer_.get(), _IOFBF, bufferSize);
     }
     fresh_ = bufferSize != 0;
+    fillFailed_ = false;
     position_ = 0;
     direction_ = Direction::None;
     return 0;
@@ -37,9 +38,10 @@ int PositionedStream::Begin(std::FILE* stream, std::size_t bufferSize) {
 
 void PositionedStream::FillFromStart() {
     // The C library seeks inside its buffer only once it knows where the file stands.
-    if (fseeko64(stream_.get(), 0, SEEK_SET) != 0 || std::getc(stream_.get()) == EOF) {
-        std::clearerr(stream_.get());
+    if (fseeko64(stream_.get(), 0, SEEK_SET) == 0 && std::getc(stream_.get()) == EOF) {
+        fillFailed_ = std::ferror(stream_.get()) != 0;
     }
+    std::clearerr(stream_.get());
     fresh_ = false;
 }
 

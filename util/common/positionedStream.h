@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "util/common/fileDescriptor.h"
 
@@ -42,6 +43,10 @@ class PositionedStream {
     /// Reads what the file holds now at an offset, past the buffer; the stream's place stays.
     StreamTransfer ReadPastBuffer(std::uint64_t offset, void* bytes, std::size_t size) const;
 
+    /// Whether filling a fresh buffer before the first seek failed, which nothing else tells;
+    /// asking forgets it.
+    bool TakeFillFailure() { return std::exchange(fillFailed_, false); }
+
     /// The descriptor below, which the stream keeps.
     int Descriptor() const { return fileno(stream_.get()); }
 
@@ -73,7 +78,8 @@ class PositionedStream {
 
     std::unique_ptr<char[]> buffer_;  // outlives the stream, which closes first
     std::unique_ptr<std::FILE, StreamCloser> stream_;
-    bool fresh_ = false;                     // buffered, and nothing was read or written yet
+    bool fresh_ = false;  // buffered, and nothing was read or written yet
+    bool fillFailed_ = false;
     std::optional<std::uint64_t> position_;  // empty when unknown
     Direction direction_ = Direction::None;
 };

@@ -50,7 +50,8 @@ void CheckSave(const ScanFileHeader_s& header, std::vector<std::string>& wrong) 
             wrong.emplace_back(meaning.text);
         }
     }
-    if (header.closeTime == 0) {
+    // What creating a file writes: no closing time, and no records.
+    if (header.closeTime == 0 && RecordsInDataBytes(header.dataBytes) == 0) {
         wrong.emplace_back("it was never closed");
     }
 }

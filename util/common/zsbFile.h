@@ -143,6 +143,9 @@ class ZSBFile {
     /// `zERR_MEDIA_CORRUPTED` for one of another kind.
     int ReadAndValidateHeader() { return reader_.ReadHeader(); }
 
+    /// How reading the open file's header ended, as `ReadAndValidateHeader` tells it.
+    int HeaderStatus() const { return reader_.HeaderStatus(); }
+
     /// Reads every record and checks the file's CRC: `zSCAN_FILE_INVALID` when it does not match or
     /// there are no records.
     int OpenValidate();

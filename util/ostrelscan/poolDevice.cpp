@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "util/common/scanFileFormat.h"
@@ -22,6 +24,25 @@ constexpr std::uint64_t kBlockLimit = std::uint64_t{1} << (63 - kPoolBlockShift)
 
 off64_t ByteOffset(std::uint64_t block) {
     return static_cast<off64_t>(block << kPoolBlockShift);
+}
+
+/// The device's size in bytes where it can tell.
+std::optional<std::uint64_t> SizeOf(int descriptor) {
+    std::uint64_t size = 0;
+    if (ioctl(descriptor, BLKGETSIZE64, &size) == 0) {
+        return size;
+    }
+    return {};
+}
+
+/// The block behind the last one, as far as anybody knows.
+std::uint64_t EndOf(int descriptor) {
+    struct stat facts {};
+    if (const std::optional<std::uint64_t> size = SizeOf(descriptor)) {
+        return *size >> kPoolBlockShift;
+    }
+    const bool file = fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+    return file ? static_cast<std::uint64_t>(facts.st_size) >> kPoolBlockShift : kBlockLimit;
 }
 
 /// pread of one block that a signal does not cut short.
@@ -44,6 +65,8 @@ void PoolDevice::ForgetFailures() {
 
 int PoolDevice::Open(const char* path, const char* mode, std::size_t bufferSize) {
     ForgetFailures();
+    failures_ = {};
+    readBlocks_ = std::max(bufferSize >> kPoolBlockShift, std::size_t{1});
     return stream_.Open(path, mode, bufferSize);
 }
 
@@ -58,7 +81,22 @@ int PoolDevice::OpenForWriting(const char* path) {
 }
 
 int PoolDevice::SeekTo(std::uint64_t block) {
-    return block < kBlockLimit ? stream_.SeekTo(block << kPoolBlockShift) : EINVAL;
+    if (block >= kBlockLimit) {
+        return EINVAL;
+    }
+    const int error = stream_.SeekTo(block << kPoolBlockShift);
+    // The first seek reads: a device that fails there has failed at its start.
+    if (stream_.TakeFillFailure()) {
+        BeginFailedStretch(0);
+    }
+    return error;
+}
+
+void PoolDevice::BeginFailedStretch(std::uint64_t block) {
+    stretchStart_ = block;
+    stretchEnd_ = (block / kStretchBlocks + 1) * kStretchBlocks;
+    failures_.Failed(block, std::min(block + readBlocks_, stretchEnd_),
+                     EndOf(stream_.Descriptor()));
 }
 
 bool PoolDevice::InFailedStretch(std::uint64_t block) const {
@@ -66,21 +104,28 @@ bool PoolDevice::InFailedStretch(std::uint64_t block) const {
 }
 
 BlockTransfer PoolDevice::Read(char* buffer, std::uint64_t block) {
+    const BlockTransfer transfer = TryRead(buffer, block);
+    failures_.Tried(block, transfer.outcome == BlockTransfer::Outcome::Done);
+    return transfer;
+}
+
+BlockTransfer PoolDevice::TryRead(char* buffer, std::uint64_t block) {
     using enum BlockTransfer::Outcome;
+    if (!InFailedStretch(block)) {
+        const int seekError = SeekTo(block);
+        if (seekError != 0) {
+            return {SeekFailed, seekError};
+        }
+    }
     if (InFailedStretch(block)) {
         return ReadAlone(buffer, block);
-    }
-    const int seekError = SeekTo(block);
-    if (seekError != 0) {
-        return {SeekFailed, seekError};
     }
     const StreamTransfer read = stream_.Read(buffer, kPoolBlockSize);
     if (read.count == kPoolBlockSize) {
         return {Done};
     }
     if (read.error != 0) {
-        stretchStart_ = block;
-        stretchEnd_ = (block / kStretchBlocks + 1) * kStretchBlocks;
+        BeginFailedStretch(block);
         return ReadAlone(buffer, block);
     }
     return {read.ended ? AtEnd : Short};
@@ -156,9 +201,6 @@ std::uint64_t PoolDevice::MeasureBlocks(const char* path) {
     if (!device.IsOpen()) {
         return 2;
     }
-    std::uint64_t size = 0;
-    if (ioctl(device.Get(), BLKGETSIZE64, &size) != 0) {
-        size = kUnknownSize;
-    }
+    const std::uint64_t size = SizeOf(device.Get()).value_or(kUnknownSize);
     return size >= kPoolBlockSize ? size >> kPoolBlockShift : 1;
 }

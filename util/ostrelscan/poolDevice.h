@@ -4,6 +4,7 @@
 
 #include "util/common/fileDescriptor.h"
 #include "util/common/positionedStream.h"
+#include "util/ostrelscan/failedReads.h"
 
 /// How the transfer of one block ended.
 struct BlockTransfer {
@@ -41,6 +42,9 @@ class PoolDevice {
     int Sync() { return stream_.Sync(); }
     int Close();
 
+    /// The failed reads since the device was opened, also when it is closed again.
+    const FailedReads& Failures() const { return failures_; }
+
     /// The number of blocks of the device at `path`: 3 when its size is not to be had, 2 when it
     /// cannot be opened, at least 1.
     static std::uint64_t MeasureBlocks(const char* path);
@@ -53,15 +57,19 @@ class PoolDevice {
     int Open(const char* path, const char* mode, std::size_t bufferSize);
     int SeekTo(std::uint64_t block);
     void ForgetFailures();
+    void BeginFailedStretch(std::uint64_t block);
     bool InFailedStretch(std::uint64_t block) const;
+    BlockTransfer TryRead(char* buffer, std::uint64_t block);
     BlockTransfer ReadAlone(char* buffer, std::uint64_t block);
     StreamTransfer ReadDirectly(char* buffer, std::uint64_t block);
     StreamTransfer ReadUncached(char* buffer, std::uint64_t block);
     void OpenDirectly();
 
     PositionedStream stream_;
+    std::uint64_t readBlocks_ = 0;  // how many blocks the stream reads at once
     FileDescriptor direct_;
     bool directTried_ = false;
     std::uint64_t stretchStart_ = 0;  // the failed stretch, empty at first
     std::uint64_t stretchEnd_ = 0;
+    FailedReads failures_;
 };

@@ -1,5 +1,8 @@
+#include <unistd.h>
+
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "util/common/errors.h"
@@ -7,6 +10,7 @@
 #include "util/common/log.h"
 #include "util/common/poolLock.h"
 #include "util/common/pvKey.h"
+#include "util/common/scanFileFit.h"
 #include "util/common/zsbFile.h"
 #include "util/ostrelscan/blockSelector.h"
 #include "util/ostrelscan/scanEngine.h"
@@ -20,6 +24,20 @@ int FirstFailure(int status, const char* what, int error) {
     }
     LogLine() << what << std::to_string(error) << '\n';
     return status != 0 ? status : error;
+}
+
+/// Logs what of an open file does not fit; it is restored all the same.
+void NoteMisfit(const ZSBFile& file, ScanFileFit& fit) {
+    std::string path;
+    file.CurrentFullName(path);
+    ScanFileHeader_s header{};
+    file.CopyZSBHeader(&header);
+    const std::optional<std::string> next = NextScanFile(path);
+    const bool nextBeside = next && access(next->c_str(), F_OK) == 0;
+    const std::string note = fit.Judge(path, file.HeaderStatus(), header, nextBeside);
+    if (!note.empty()) {
+        LogLine() << note;
+    }
 }
 
 }  // namespace
@@ -74,20 +92,22 @@ int ScanEngine::StoreDevice(int status) {
 }
 
 int ScanEngine::RunRestoreAll(ZSBFile& file) {
+    ScanFileFit fit;
     bool last = false;
     int status = 0;
     while (status == 0 && !last) {
-        status = RestoreOneFile(file, &last);
+        status = RestoreOneFile(file, fit, &last);
     }
     return status;
 }
 
-int ScanEngine::RestoreOneFile(ZSBFile& file, bool* last) {
+int ScanEngine::RestoreOneFile(ZSBFile& file, ScanFileFit& fit, bool* last) {
     const int openStatus = file.OpenNext(ZSBFile::kOpenAnyZRB);
     history_.LogTrackOpen(file, openStatus);
     if (openStatus != 0) {
         return openStatus;
     }
+    NoteMisfit(file, fit);
     history_.LogTrackUpdateBlockCounts(0, file.BlocksInFileGet());
     *last = file.LastFile() != 0;
     const int restoreStatus = RunRestoreRestoreSingleZSBFile(file);

@@ -19,8 +19,6 @@ namespace {
 
 constexpr unsigned kStateMaintenance = 3;
 constexpr std::uint64_t kSuperblockNumber = 1;
-/// Up to this one, errors are logged in detail and kept as the last one.
-constexpr std::uint64_t kDetailedErrors = 999;
 
 constexpr const char* kPassFailure = "Exception while running a pass:  ";
 constexpr const char* kSuperblockFailure = "OSTREL Pool superblock header validation error:  ";
@@ -68,7 +66,7 @@ void TrackedErrors::Track(const char* operation, const char* detail, const Track
     count.store(total, std::memory_order_relaxed);
     LogLine line;
     line << operation;
-    if (total > kDetailedErrors) {
+    if (total > kDetailed) {
         return;
     }
     line << detail << error.file << '[' << std::to_string(error.line) << "]  Block - " << std::hex
@@ -140,6 +138,7 @@ void ScanEngine::FinishPass(int (ScanEngine::*pass)()) {
         LogLine() << message;
         status = Fail(1, message, "util/ostrelscan/scanEngine[402]");
     }
+    NoteReads();
     running_ = 0;
     result_ = status;
     // The operator thread may destroy the engine from here on.

@@ -15,6 +15,7 @@
 class BlockSelector;
 class PoolKey;
 class PoolLock;
+class ScanFileFit;
 class ZSBFile;
 
 /// What the operator thread and the worker of one pass share beyond the engine's own counters.
@@ -59,6 +60,9 @@ struct TrackedError {
 
 /// The errors of one direction: how many, for any thread, and the last one, for the worker's.
 struct TrackedErrors {
+    /// Up to this one, errors are logged in detail and kept as the last one.
+    static constexpr std::uint64_t kDetailed = 999;
+
     std::atomic<std::uint64_t> count{0};
     TrackedError last;
 
@@ -145,6 +149,7 @@ class ScanEngine : public ScanThread {
     void FinishPass(int (ScanEngine::*pass)());
     int RunFiles(int (ScanEngine::*files)(ZSBFile&), ZSBFile& file);
     int Fail(int status, std::string message, const char* location);
+    void NoteReads();
 
     static constexpr const char* kEngineSource = "util/ostrelscan/scanEngine";
 
@@ -205,7 +210,7 @@ class ScanEngine : public ScanThread {
     int CheckSuperblockForRestore();
     std::unique_ptr<ZSBFile> MakeReader();
     int StoreDevice(int status);
-    int RestoreOneFile(ZSBFile& file, bool* last);
+    int RestoreOneFile(ZSBFile& file, ScanFileFit& fit, bool* last);
 
     unsigned long long CurrentBlock() const {
         return currentBlock_.load(std::memory_order_relaxed);
@@ -233,6 +238,7 @@ class ScanEngine : public ScanThread {
     bool compress_ = false;
     TrackedErrors readErrors_;
     TrackedErrors writeErrors_;
+    std::uint64_t notedOmissions_ = 0;  // of the details of read errors
     ScanFileList history_;
     QuadAndBlock_s record_{};  // the block under examination, ready to be appended
 };

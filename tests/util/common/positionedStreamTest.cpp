@@ -129,6 +129,26 @@ TEST_F(Stream, SeeksAnewAfterAFailedRead) {
     EXPECT_EQ(lseek(stream_.Descriptor(), 0, SEEK_CUR), 0);
 }
 
+TEST_F(Stream, TellsOnceThatFillingAFreshBufferFailed) {
+    ASSERT_EQ(stream_.Open(directory_.Path().c_str(), "r", 4096), 0);
+    EXPECT_FALSE(stream_.TakeFillFailure());
+    EXPECT_EQ(stream_.SeekTo(8), 0);
+    EXPECT_TRUE(stream_.TakeFillFailure());
+    EXPECT_FALSE(stream_.TakeFillFailure());
+    EXPECT_EQ(stream_.SeekTo(16), 0);
+    EXPECT_FALSE(stream_.TakeFillFailure());
+}
+
+TEST_F(Stream, FillsNothingWhereThereIsNothingOrNoBuffer) {
+    support::WriteFile(path_, "");
+    ASSERT_EQ(stream_.Open(path_.c_str(), "r", 4096), 0);
+    EXPECT_EQ(stream_.SeekTo(8), 0);
+    EXPECT_FALSE(stream_.TakeFillFailure());
+    ASSERT_EQ(stream_.Open(directory_.Path().c_str(), "r", 0), 0);
+    EXPECT_EQ(stream_.SeekTo(8), 0);
+    EXPECT_FALSE(stream_.TakeFillFailure());
+}
+
 TEST_F(Stream, ReportsWhyAnOffsetCannotBeSought) {
     support::WriteFile(path_, "0123456789");
     ASSERT_EQ(stream_.Open(path_.c_str(), "r", 0), 0);

@@ -15,6 +15,7 @@ ScanFileHeader_s Header(std::u16string_view poolName = u"POOL") {
     header.closeTime = 1'700'000'060;
     header.scanID = {1, 2, 3, 4, 5, {6, 7, 8, 9, 10, 11}};
     header.poolBlocks = 4096;
+    header.dataBytes = 660 + 4104;
     for (std::size_t i = 0; i < poolName.size(); ++i) {
         header.poolName[i] = poolName[i];
     }
@@ -110,7 +111,11 @@ TEST_F(Fit, TellsWhatFlagsSayOfTheSave) {
 TEST_F(Fit, TellsAFileThatWasNeverClosed) {
     ScanFileHeader_s header = Header();
     header.closeTime = 0;
-    EXPECT_EQ(Judge(header), "Note: set/T0000000.ZRB does not fit: it was never closed\n");
+    EXPECT_EQ(Judge(header), "") << "the clock of a machine can stand at 0 when a file is closed";
+    header.dataBytes = 660;
+    EXPECT_EQ(Judge(header), "Note: set/T0000001.ZRB does not fit: it was never closed\n");
+    header.closeTime = 1;
+    EXPECT_EQ(Judge(header), "") << "a file without records can have been closed";
 }
 
 TEST_F(Fit, TellsALastFileThatIsNotTheLast) {
@@ -137,6 +142,7 @@ TEST_F(Fit, TellsADamagedHeaderAndAllElseThatIsWrongWithIt) {
     other.scanID = {};
     other.poolBlocks = 1;
     other.closeTime = 0;
+    other.dataBytes = 0;
     other.flags = 0xFFFFFFFF;
     EXPECT_EQ(Judge(other, zERR_MEDIA_CORRUPTED),
               "Note: set/T0000002.ZRB does not fit: its header is damaged; "

@@ -111,6 +111,7 @@ TEST_F(Device, LosesNothingButTheBadBlocks) {
             ExpectBlock(memory.Number(i), NoiseBlock(static_cast<unsigned>(i)));
         }
     }
+    EXPECT_EQ(device_.Failures().RecoveredCount(), 0U);
 }
 
 TEST_F(Device, StartsAfreshWhenItIsOpenedAgain) {
