@@ -118,5 +118,5 @@ def run(arguments, folder, *, automatic=True, preload=False, program=None, env=N
     log = pathlib.Path(folder) / LOG_NAME
     return Run(done.returncode, done.stdout.decode(errors="replace"),
                done.stderr.decode(errors="replace"),
-               log.read_text(errors="replace") if log.exists() else "", seconds,
+               log.read_text(errors="replace") if log.is_file() else "", seconds,
                pathlib.Path(folder))

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -65,9 +66,13 @@ void LogHeader(int argc, char** argv) {
     arguments << "</CommandLine>\n";
 }
 
+struct LoggedRun {
+    std::optional<unsigned> status;  ///< none when the dialogue could not be created
+    bool logComplete;
+};
+
 /// Header, run and footer in the log. A dialogue that could not be created leaves its element open.
-std::optional<unsigned> RunLogged(int argc, char** argv, const RunSettings& settings,
-                                  std::ofstream& log) {
+LoggedRun RunLogged(int argc, char** argv, const RunSettings& settings, std::ofstream& log) {
     const LogRedirection redirection(*log.rdbuf());
     LogHeader(argc, argv);
     LogCurrentTime(false);
@@ -77,7 +82,17 @@ std::optional<unsigned> RunLogged(int argc, char** argv, const RunSettings& sett
         LogCurrentTime(false);
         LogLine() << "</ostrelscan>\n";
     }
-    return status;
+    return {status, !redirection.Failed()};
+}
+
+/// The operator is sent to the log for more details, and must know where it has none.
+void TellLostLog(bool complete, std::ofstream& log) {
+    log.close();
+    if (!complete || log.fail()) {
+        std::cout << '\n' << kLogName << " is not complete: it could not be written." << std::endl;
+    } else if (access(kLogName, F_OK) != 0 && errno == ENOENT) {
+        std::cout << '\n' << kLogName << " is not there any more." << std::endl;
+    }
 }
 
 }  // namespace
@@ -110,7 +125,8 @@ int RunProgram(int argc, char** argv) {
     if (!OpenLog(log)) {
         return 1;
     }
-    const std::optional<unsigned> status = RunLogged(argc, argv, settings, log);
+    const auto [status, logComplete] = RunLogged(argc, argv, settings, log);
+    TellLostLog(logComplete, log);
     if (!status) {
         std::cerr << kProgramName << ": the screen could not be obtained (see " << kLogName
                   << ").\n";
