@@ -53,6 +53,16 @@ def test_documented_names_exist_in_the_code(document, places, others):
     assert names and [name for name in sorted(names) if not re.search(rf"\b{name}\b", code)] == []
 
 
+def test_a_chain_of_the_architecture_page_runs_through_the_files_it_names():
+    chain = text_of("docs/architecture.md").split("## Who sets flag 0x010")[1].split("\n## ")[0]
+    steps = re.findall(r"^\d\. (.*?)(?=\n\d\.|\n\n)", chain, re.MULTILINE | re.DOTALL)
+    assert len(steps) == 5
+    for step in steps:
+        file, *names = re.findall(r"`([\w.]+)`", step)
+        [text] = [text for name, text in house.read_tree().items() if name.endswith(f"/{file}")]
+        assert names and [name for name in names if name not in text] == [], file
+
+
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
 def test_options_that_documents_show_exist(document):
     shown = set(re.findall(r"(?<![\w-])--[a-z][a-z-]+", document.read_text(encoding="utf-8")))
