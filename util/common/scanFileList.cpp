@@ -85,7 +85,8 @@ ScanFileFacts& ScanFileList::ScanFileFactsLast() {
 }
 
 SFL_Key* ScanFileList::EnumerateOpen(int mode) const {
-    return std::make_unique<SFL_Key>(mode, static_cast<int>(files_.Size())).release();
+    auto key = std::make_unique<SFL_Key>(mode, static_cast<int>(files_.Size()));
+    return key.release();
 }
 
 ScanFileFacts& ScanFileList::Enumerate(SFL_Key* key) {
@@ -97,7 +98,7 @@ ScanFileFacts& ScanFileList::Enumerate(SFL_Key* key) {
 }
 
 void ScanFileList::EnumerateClose(SFL_Key* key) const {
-    std::unique_ptr<SFL_Key>{key}.reset();
+    const std::unique_ptr<SFL_Key> closed(key);
 }
 
 void ScanFileList::DumpScanHistory() const {

@@ -92,7 +92,8 @@ unsigned char BlockSelector::Account(unsigned first, unsigned second) {
 }
 
 BS_Key* BlockSelector::EnumerateOpen(int start) {
-    return std::make_unique<BS_Key>(start).release();
+    auto key = std::make_unique<BS_Key>(start);
+    return key.release();
 }
 
 BlockSelect_s* BlockSelector::Enumerate(BS_Key* key) {
@@ -104,7 +105,7 @@ BlockSelect_s* BlockSelector::Enumerate(BS_Key* key) {
 }
 
 void BlockSelector::EnumerateClose(BS_Key* key) {
-    std::unique_ptr<BS_Key>{key}.reset();
+    const std::unique_ptr<BS_Key> closed(key);
 }
 
 void BlockSelector::AccountDisplay(std::ostream& stream) const {
