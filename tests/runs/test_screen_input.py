@@ -155,6 +155,33 @@ def test_a_question_without_standard_input_is_answered_no(folder, redirect):
     assert run.restored
 
 
+@pytest.mark.parametrize("term", [None, "", "unknown", "no-such-terminal"])
+def test_a_restore_without_a_screen_is_no_restore(folder, term):
+    run = saving.run_on_terminal(restore_arguments(), folder, term=term)
+    assert (run.status, run.restored) == (1, True)
+    assert run.text.strip() == \
+        "ostrelscan: the screen could not be obtained (see ostrelscan.log)."
+    assert not run.log_run.closed
+    assert (folder / "device").read_bytes() == BEFORE
+
+
+@pytest.mark.parametrize("answer", ["n", "y"])
+def test_a_question_on_a_dumb_terminal_is_answered_by_its_keys(folder, answer):
+    with saving.in_shell(restore_arguments(), folder, term="dumb") as terminal:
+        while terminal.bells == 0:  # the question cannot be read there, but beeps at a blank
+            terminal.send(" ")
+            assert terminal.pump(0.1), "the run has ended"
+        terminal.send(f"{answer}x")
+        terminal.wait_exit(60)
+        run = saving.outcome(terminal, folder)
+    assert run.restored
+    if answer == "n":
+        expect_refused(folder, run.status, run.text)
+    else:
+        assert run.status == 0
+        assert restoring.read_block(folder / "device", 2) == RECORDS[2][1]
+
+
 def waiting_bytes(descriptor):
     count = array.array("i", [0])
     fcntl.ioctl(descriptor, termios.FIONREAD, count)

@@ -33,6 +33,7 @@ class Room:
 
 ROOMS = (
     Room("base", "0", "util/common", (), """
+        ascii
         blockTypes
         clock
         crc
@@ -48,6 +49,7 @@ ROOMS = (
         positionedStream
         stableSequence
         unicode
+        utf8
     """),
     Room("scan file format", "1 left", "util/common", ("0",), """
         scanFileFormat
@@ -100,6 +102,7 @@ ROOMS = (
         scanUI restoreDialogue
         screenInterface
         screenLayout
+        screenText
         screenTerminal
     """),
     Room("command line", "4", "util/ostrelscan", ("0", "1 left", "1 right", "2", "3"), """

@@ -7,6 +7,7 @@ import time
 
 import pexpect
 import pyte
+import wcwidth
 
 ALTERNATE_SCREEN = {47, 1047, 1049}
 
@@ -29,11 +30,26 @@ KEYS = {
 }
 
 
+def _row(cells, columns):
+    """A row's text. A wide character stands in two cells, the second of them empty; where one of
+    both was written over, the other is blank, as on a terminal."""
+    text = ""
+    half = False  # whether the second cell of a wide character must follow
+    for column in range(columns):
+        data = cells[column].data
+        after = cells[column + 1].data if column + 1 < columns else " "
+        wide = data != "" and wcwidth.wcwidth(data[0]) == 2
+        if not (data == "" and half):
+            text += " " if data == "" or (wide and after != "") else data
+        half = wide and after == ""
+    return text
+
+
 class Picture:
     """A screen at one moment: its rows at full width and each cell with its attributes."""
 
     def __init__(self, screen):
-        self.rows = list(screen.display)
+        self.rows = [_row(screen.buffer[row], screen.columns) for row in range(screen.lines)]
         self.cursor = (screen.cursor.y, screen.cursor.x)
         self._cells = copy.deepcopy(screen.buffer)
 

@@ -1,12 +1,12 @@
 #include "util/common/guid.h"
 
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iomanip>
 #include <ostream>
 
+#include "util/common/ascii.h"
 #include "util/common/clock.h"
 #include "util/common/errors.h"
 
@@ -54,7 +54,7 @@ class GroupReader {
     template <typename Number>
     bool Read(std::ptrdiff_t width, Number& out) {
         // The conversion alone would skip blanks and take a sign.
-        if (std::isxdigit(static_cast<unsigned char>(*at_)) == 0) {
+        if (!Ascii::IsHexDigit(*at_)) {
             return false;
         }
         char* end = nullptr;

@@ -1,7 +1,8 @@
 #include "util/common/number.h"
 
-#include <cctype>
 #include <limits>
+
+#include "util/common/ascii.h"
 
 namespace Ostrel {
 namespace {
@@ -65,7 +66,7 @@ std::uint64_t _stoq(const char* text, const char** end, unsigned radix, int mode
     const char*& stop = end != nullptr ? *end : ignored;
     stop = text;
     const char* at = text;
-    while (std::isspace(static_cast<unsigned char>(*at)) != 0) {
+    while (Ascii::IsSpace(*at)) {
         ++at;
     }
     const bool negative = *at == '-';

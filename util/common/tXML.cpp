@@ -1,8 +1,8 @@
 #include "util/common/tXML.h"
 
 #include <algorithm>
-#include <cctype>
 
+#include "util/common/ascii.h"
 #include "util/common/errors.h"
 #include "util/common/log.h"
 
@@ -18,12 +18,8 @@ std::string_view View(const char* from, const char* end) {
                       : std::string_view();
 }
 
-bool IsSpace(char character) {
-    return std::isspace(static_cast<unsigned char>(character)) != 0;
-}
-
 bool EndsName(char character) {
-    return IsSpace(character) || character == '/' || character == '>';
+    return Ascii::IsSpace(character) || character == '/' || character == '>';
 }
 
 /// Length of the name at the start of `text`, which is all of it when the text ends inside it.
@@ -172,13 +168,13 @@ std::string_view XML_stripCDATA(const char* start, const char* end) {
 }
 
 void XML_skipWhiteSpace(const char*& cursor, const char* end) {
-    while (cursor < end && IsSpace(*cursor)) {
+    while (cursor < end && Ascii::IsSpace(*cursor)) {
         ++cursor;
     }
 }
 
 void XML_findEndOfNonWhiteSpace(const char*& cursor, const char* end) {
-    while (end - cursor > 1 && !IsSpace(cursor[1])) {
+    while (end - cursor > 1 && !Ascii::IsSpace(cursor[1])) {
         ++cursor;
     }
 }

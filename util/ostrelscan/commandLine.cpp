@@ -2,10 +2,10 @@
 
 #include <getopt.h>
 
-#include <cctype>
 #include <cstring>
 #include <iostream>
 
+#include "util/common/ascii.h"
 #include "util/ostrelscan/programName.h"
 
 const char* const SCAN_ShortOptions = "achP:v";
@@ -97,10 +97,7 @@ std::optional<int> ApplyOption(int option, RunSettings& settings) {
 
 void UpperCase(char* text) {
     for (; *text != '\0'; ++text) {
-        const auto character = static_cast<unsigned char>(*text);
-        if (std::islower(character) != 0) {
-            *text = static_cast<char>(std::toupper(character));
-        }
+        *text = Ascii::ToUpper(*text);
     }
 }
 

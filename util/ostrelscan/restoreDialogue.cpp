@@ -1,11 +1,11 @@
-#include <strings.h>
-
 #include <exception>
 #include <memory>
 #include <string>
 
+#include "util/common/ascii.h"
 #include "util/common/errors.h"
 #include "util/common/log.h"
+#include "util/common/utf8.h"
 #include "util/common/zsbFile.h"
 #include "util/ostrelscan/blockSelector.h"
 #include "util/ostrelscan/runSettings.h"
@@ -16,7 +16,14 @@
 
 namespace {
 
+constexpr std::size_t kStoredNameSize = 128;
 constexpr const char* kConsentQuestion = "Do you wish to restore the pool? ";
+
+/// The name as it is shown: one that filled its buffer may have been cut inside a character.
+std::string Shown(const std::string& storedName) {
+    return storedName.size() + 1 < kStoredNameSize ? storedName
+                                                   : std::string(WithoutTornEnd(storedName));
+}
 
 }  // namespace
 
@@ -112,7 +119,7 @@ bool UserInterface::ReadPoolName(const char* path, std::string* poolName) {
                    "util/ostrelscan/scanUI[565]");
         return false;
     }
-    char stored[128];
+    char stored[kStoredNameSize];
     file->SFHGet_PoolName(stored, sizeof stored);
     *poolName = stored;
     const int closeStatus = file->OpenNextClose();
@@ -130,7 +137,7 @@ bool UserInterface::RESTORE_Validate_File(const RestoreOptions& options) {
     if (!ReadPoolName(options.path, &stored)) {
         return false;
     }
-    if (automatic_ || strcasecmp(stored.c_str(), options.poolName) == 0) {
+    if (automatic_ || Ascii::EqualIgnoringCase(stored, options.poolName)) {
         return true;
     }
     screen_->ClearScreen();
@@ -139,7 +146,7 @@ bool UserInterface::RESTORE_Validate_File(const RestoreOptions& options) {
         kLookFatal,
         "The scan files at %s are for a pool called %s.\n"
         "You have asked them to be restored to a pool called %s.\n",
-        options.path, stored.c_str(), options.poolName);
+        options.path, Shown(stored).c_str(), options.poolName);
     screen_->OutputToScreenWithAttribute(
         kLookWarning, " WARNING: Restoring incorrect scan files will cause data loss.\n");
     return AskToRestore();

@@ -8,19 +8,23 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "util/ostrelscan/screenLayout.h"
 #include "util/ostrelscan/screenTerminal.h"
+#include "util/ostrelscan/screenText.h"
 
 namespace {
 
 constexpr int kPadRows = 100;
 constexpr int kPadColumns = 320;
 constexpr int kEscape = 27;
+constexpr std::size_t kOrdinaryText = 1024;
 
 /// What a terminal's queue holds. Input that has more to say comes from a program, which answers
 /// questions that it has not read.
@@ -77,16 +81,43 @@ void SwitchAttributes(WINDOW* window, int attribute, Switch* change) {
     }
 }
 
+bool IsAscii(char byte) {
+    return static_cast<unsigned char>(byte) < 0x80;
+}
+
+/// ASCII goes as it is, its controls too; of all else each character goes by itself.
+void Write(WINDOW* window, std::string_view text) {
+    while (!text.empty()) {
+        const auto plain =
+            static_cast<std::size_t>(std::ranges::find_if_not(text, IsAscii) - text.begin());
+        if (plain > 0) {
+            waddnstr(window, text.data(), static_cast<int>(plain));
+            text.remove_prefix(plain);
+            continue;
+        }
+        const ScreenCharacter character = FirstScreenCharacter(text);
+        waddnwstr(window, &character.shown, 1);
+        text.remove_prefix(character.bytes);
+    }
+}
+
 /// Formats here what ncurses would: its own formatting reads the arguments twice, and crashes,
-/// where a text is longer than the terminal has cells.
+/// where a text is longer than the terminal has cells. A repaint allocates nothing: only a text
+/// longer than any line of the dialogues does.
 void Print(WINDOW* window, const char* format, va_list arguments) {
-    va_list measured;
-    va_copy(measured, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
-    std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    waddstr(window, text.c_str());
+    char ordinary[kOrdinaryText];
+    va_list again;
+    va_copy(again, arguments);
+    const int printed = std::vsnprintf(ordinary, sizeof ordinary, format, arguments);
+    const auto length = static_cast<std::size_t>(std::max(printed, 0));
+    if (length < sizeof ordinary) {
+        Write(window, {ordinary, length});
+    } else {
+        std::string longer(length, '\0');
+        std::vsnprintf(longer.data(), length + 1, format, again);
+        Write(window, longer);
+    }
+    va_end(again);
 }
 
 struct Size {
@@ -123,6 +154,14 @@ void ShowPad(WINDOW* pad) {
     }
     prefresh(pad, 0, 0, 0, 0, std::max(std::min(size.rows, LINES) - 1, 0),
              std::max(std::min(size.columns, COLS) - 1, 0));
+}
+
+/// newterm is initscr without its habit of ending the process where there is no terminal. It is not
+/// asked for an unknown one, since it would keep what it made before it failed. The locale is the
+/// operator's for characters alone: numbers, times and messages stay as they are.
+SCREEN* OpenTerminal() {
+    std::setlocale(LC_CTYPE, "");
+    return TerminalIsKnown() ? newterm(nullptr, stdout, stdin) : nullptr;
 }
 
 int KindOf(int key) {
@@ -236,10 +275,7 @@ void OutputToScreenWithPointer(WINDOW* window, const char* format, va_list argum
     ShowPad(window);
 }
 
-// newterm is initscr without its habit of ending the process where there is no terminal. It is not
-// asked for an unknown one, since it would keep what it made before it failed.
-ScreenInterface::ScreenInterface()
-    : screen_(TerminalIsKnown() ? newterm(nullptr, stdout, stdin) : nullptr) {
+ScreenInterface::ScreenInterface() : screen_(OpenTerminal()) {
     if (screen_ == nullptr) {
         throw std::runtime_error("The terminal is unknown");
     }

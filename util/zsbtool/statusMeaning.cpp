@@ -1,12 +1,12 @@
 #include "util/zsbtool/statusMeaning.h"
 
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 
+#include "util/common/ascii.h"
 #include "util/common/errors.h"
 
 namespace zsbtool {
@@ -94,8 +94,7 @@ std::string Spoken(std::string name) {
     const std::size_t prefix = name.find('_');
     name.erase(0, prefix == std::string::npos ? 0 : prefix + 1);
     for (char& character : name) {
-        const auto plain = static_cast<unsigned char>(character);
-        character = character == '_' ? ' ' : static_cast<char>(std::tolower(plain));
+        character = character == '_' ? ' ' : Ascii::ToLower(character);
     }
     return name;
 }

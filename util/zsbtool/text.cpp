@@ -7,57 +7,11 @@
 #include <ctime>
 
 #include "util/common/guid.h"
+#include "util/common/utf8.h"
 
 namespace zsbtool {
 
 namespace {
-
-struct Character {
-    char32_t code;
-    std::size_t length;  ///< in bytes; 0 when the text does not start with a character
-};
-
-/// How many bytes a character has that starts with this byte; 0 when none does.
-std::size_t SequenceLength(unsigned char lead) {
-    if (lead < 0x80) {
-        return 1;
-    }
-    if (lead < 0xC2) {
-        return 0;
-    }
-    if (lead < 0xE0) {
-        return 2;
-    }
-    if (lead < 0xF0) {
-        return 3;
-    }
-    return lead < 0xF5 ? 4 : 0;
-}
-
-bool IsLegal(Character character) {
-    constexpr std::array<char32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
-    const bool surrogate = character.code >= 0xD800 && character.code <= 0xDFFF;
-    return character.code >= kSmallest[character.length] && character.code <= 0x10FFFF &&
-           !surrogate;
-}
-
-/// The first character of a text that is not empty.
-Character FirstCharacter(std::string_view text) {
-    const auto lead = static_cast<unsigned char>(text.front());
-    const std::size_t length = SequenceLength(lead);
-    if (length == 0 || length > text.size()) {
-        return {0, 0};
-    }
-    Character character{length == 1 ? lead : lead & (0x7FU >> length), length};
-    for (std::size_t i = 1; i < length; ++i) {
-        const auto next = static_cast<unsigned char>(text[i]);
-        if ((next & 0xC0) != 0x80) {
-            return {0, 0};
-        }
-        character.code = character.code << 6 | (next & 0x3FU);
-    }
-    return IsLegal(character) ? character : Character{0, 0};
-}
 
 /// Controls of both sets, and what turns the direction of writing.
 bool Steers(char32_t code) {
@@ -78,7 +32,7 @@ void AppendEscaped(std::string& out, std::string_view bytes) {
 std::string Printable(std::string_view text) {
     std::string out;
     while (!text.empty()) {
-        const Character character = FirstCharacter(text);
+        const Utf8Character character = FirstUtf8Character(text);
         const std::string_view bytes = text.substr(0, character.length == 0 ? 1 : character.length);
         if (character.length == 0 || Steers(character.code)) {
             AppendEscaped(out, bytes);
@@ -93,7 +47,7 @@ std::string Printable(std::string_view text) {
 std::size_t DisplayWidth(std::string_view text) {
     std::size_t width = 0;
     while (!text.empty()) {
-        const Character character = FirstCharacter(text);
+        const Utf8Character character = FirstUtf8Character(text);
         const int columns = wcwidth(static_cast<wchar_t>(character.code));
         width += columns < 0 || character.length == 0 ? 1 : static_cast<std::size_t>(columns);
         text.remove_prefix(character.length == 0 ? 1 : character.length);

@@ -107,6 +107,15 @@ TEST(BoolForm, IsWhetherTheNumberIsOtherThanZero) {
     EXPECT_EQ(Get("none", true), (std::pair<int, bool>(21820, true)));
 }
 
+TEST(NumberForms, EndAtAByteThatIsNoAsciiBlankInAnyLocale) {
+    for (int byte = 0x80; byte < 0x100; ++byte) {
+        const std::string text = std::string("key=") + static_cast<char>(byte) + "12";
+        std::uint32_t value = 7;
+        EXPECT_EQ(LBP_GetValue(text.c_str(), "key=", value), 0);
+        EXPECT_EQ(value, 0U) << byte;
+    }
+}
+
 TEST(StringForm, RunsToTheNextDoubleQuote) {
     const std::string before = "before";
     EXPECT_EQ(Get("k=\"x\"", before), (std::pair<int, std::string>(0, "")));
