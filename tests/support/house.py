@@ -47,6 +47,7 @@ ROOMS = (
         number
         orderedWork
         positionedStream
+        signalMask
         stableSequence
         unicode
         utf8
@@ -104,6 +105,8 @@ ROOMS = (
         screenLayout
         screenText
         screenTerminal
+        signalWatch
+        terminalTurn
     """),
     Room("command line", "4", "util/ostrelscan", ("0", "1 left", "1 right", "2", "3"), """
         commandLine run usage

@@ -7,6 +7,18 @@
 
 std::streamsize LogBuffer::xsputn(const char* text, std::streamsize length) {
     const std::lock_guard lock(mutex_);
+    return sealed_ ? length : Write(text, length);
+}
+
+void LogBuffer::Seal(std::string_view lastWords) {
+    const std::lock_guard lock(mutex_);
+    if (!sealed_) {
+        sealed_ = true;
+        Write(lastWords.data(), static_cast<std::streamsize>(lastWords.size()));
+    }
+}
+
+std::streamsize LogBuffer::Write(const char* text, std::streamsize length) {
     const std::streamsize written = target_.sputn(text, length);
     if (written != length) {
         failed_.store(true, std::memory_order_relaxed);
@@ -55,6 +67,12 @@ LogLine::~LogLine() {
     std::streambuf& log = *std::cerr.rdbuf();
     log.sputn(text.data(), static_cast<std::streamsize>(text.size()));
     log.pubsync();
+}
+
+void SealLog(std::string_view lastWords) {
+    if (auto* log = dynamic_cast<LogBuffer*>(std::cerr.rdbuf())) {
+        log->Seal(lastWords);
+    }
 }
 
 int LogSystemError(const char* what, int error) {

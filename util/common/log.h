@@ -5,6 +5,7 @@
 #include <mutex>
 #include <sstream>
 #include <streambuf>
+#include <string_view>
 
 /// Hands every write on to another buffer, one at a time and flushed at once, so that the operator
 /// thread, the worker and the bus's thread can log together. It does not own the target.
@@ -15,16 +16,21 @@ class LogBuffer : public std::streambuf {
     /// Whether anything could not be written. Nobody who logs can do anything about it.
     bool Failed() const { return failed_.load(std::memory_order_relaxed); }
 
+    /// Writes the last words; whatever is written behind them is dropped.
+    void Seal(std::string_view lastWords);
+
   protected:
     std::streamsize xsputn(const char* text, std::streamsize length) override;
     int_type overflow(int_type character) override;
     int sync() override;
 
   private:
+    std::streamsize Write(const char* text, std::streamsize length);
     int Flush();
 
     std::mutex mutex_;
     std::streambuf& target_;
+    bool sealed_ = false;
     std::atomic<bool> failed_{false};
 };
 
@@ -56,6 +62,10 @@ class LogLine : public std::ostringstream {
     LogLine(const LogLine&) = delete;
     LogLine& operator=(const LogLine&) = delete;
 };
+
+/// Writes the log's last words, for a process that is about to end while its other threads run:
+/// what they log from here on is dropped. Without a log nothing happens.
+void SealLog(std::string_view lastWords);
 
 /// Logs `what`, ": " and the system's text for `error`, an errno, as perror would: perror itself
 /// writes to the descriptor behind the curses screen. Returns its status (`SystemErrorStatus`).

@@ -89,14 +89,15 @@ int ScanEngine::DumpOneFile(ZSBFile& file) {
 
 int ScanEngine::CloseDumpFile(ZSBFile& file, int fillStatus) {
     unsigned long crc = ScanFileFacts::kCrcUnknown;
+    const bool stopped = StopRequested();
     const int status =
-        file.CreateClose(RangeExhausted(), StopRequested(), StateChangeRequested(), false, &crc);
+        file.CreateClose(RangeExhausted(), stopped, StateChangeRequested(), false, &crc);
     if (status != 0) {
         history_.LogTrackUpdate(status, crc);
         return status;
     }
     history_.LogTrackUpdate(crc);
-    return EndFile(fillStatus);
+    return EndFile(fillStatus, stopped);
 }
 
 int ScanEngine::RunDumpFillSingleZSBFile2(ZSBFile& file) {

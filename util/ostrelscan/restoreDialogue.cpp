@@ -25,6 +25,42 @@ std::string Shown(const std::string& storedName) {
                                                    : std::string(WithoutTornEnd(storedName));
 }
 
+/// How the look at the first scan file failed; code 0 when it did not.
+struct LookFailure {
+    int code = 0;
+    const char* text = "";
+    const char* where = "";
+};
+
+/// Reads the pool's name from the first scan file, and logs what went wrong.
+LookFailure LookAtFirstFile(const char* path, std::unique_ptr<ZSBFile>& file,
+                            std::string& poolName) {
+    try {
+        file = ZSBFile::ForReading(path);
+    } catch (const std::exception& failure) {
+        LogLine() << "Exception while attempting to open a ZSBFile Object:  " << failure.what()
+                  << '\n';
+        return {zERR_GENERIC_OSTREL_ERROR, "Could not open ZRB file",
+                "util/ostrelscan/scanUI[557]"};
+    }
+    const int openStatus = file->OpenNext(ZSBFile::kOpenAnyZRB);
+    if (openStatus != 0) {
+        LogLine() << "Could not open ZRB file:  " << openStatus << '\n';
+        return {zERR_UNABLE_TO_OPEN_BEAST, "Could not open ZRB file",
+                "util/ostrelscan/scanUI[565]"};
+    }
+    char stored[kStoredNameSize];
+    file->SFHGet_PoolName(stored, sizeof stored);
+    poolName = stored;
+    const int closeStatus = file->OpenNextClose();
+    if (closeStatus != 0) {
+        LogLine() << "Could not close ZRB file:  " << closeStatus << '\n';
+        return {zERR_GENERIC_OSTREL_ERROR, "Could not close ZRB file",
+                "util/ostrelscan/scanUI[575]"};
+    }
+    return {};
+}
+
 }  // namespace
 
 unsigned UserInterface::RunRestore(const char* path, const char* device, const char* poolName,
@@ -52,6 +88,10 @@ unsigned UserInterface::RunRestore(const RunSettings& settings) {
     selector.SelectOff(kMagicMSAP);
     DisplayCounts(&selector);
     ScanEngine engine(settings.bypass, settings.validate);
+    const StoppedBySignals stopped(signals_, engine);
+    if (Stopped()) {
+        return zERR_USER_ABORTED;
+    }
     int status = engine.RunRestore(selector, options);
     if (status != 0) {
         FatalError(status, "Could not start the restore thread", "util/ostrelscan/scanUI[689]");
@@ -103,33 +143,15 @@ bool UserInterface::RESTORE_Validate_Operation(const RestoreOptions& options) {
 
 bool UserInterface::ReadPoolName(const char* path, std::string* poolName) {
     std::unique_ptr<ZSBFile> file;
-    try {
-        file = ZSBFile::ForReading(path);
-    } catch (const std::exception& failure) {
-        LogLine() << "Exception while attempting to open a ZSBFile Object:  " << failure.what()
-                  << '\n';
-        FatalError(zERR_GENERIC_OSTREL_ERROR, "Could not open ZRB file",
-                   "util/ostrelscan/scanUI[557]");
-        return false;
+    LookFailure failure;
+    {
+        const TerminalLetGo meanwhile(terminal_.Turn());  // a disk can be slow, or hang
+        failure = LookAtFirstFile(path, file, *poolName);
     }
-    const int openStatus = file->OpenNext(ZSBFile::kOpenAnyZRB);
-    if (openStatus != 0) {
-        LogLine() << "Could not open ZRB file:  " << openStatus << '\n';
-        FatalError(zERR_UNABLE_TO_OPEN_BEAST, "Could not open ZRB file",
-                   "util/ostrelscan/scanUI[565]");
-        return false;
+    if (failure.code != 0) {
+        FatalError(failure.code, failure.text, failure.where);
     }
-    char stored[kStoredNameSize];
-    file->SFHGet_PoolName(stored, sizeof stored);
-    *poolName = stored;
-    const int closeStatus = file->OpenNextClose();
-    if (closeStatus != 0) {
-        LogLine() << "Could not close ZRB file:  " << closeStatus << '\n';
-        FatalError(zERR_GENERIC_OSTREL_ERROR, "Could not close ZRB file",
-                   "util/ostrelscan/scanUI[575]");
-        return false;
-    }
-    return true;
+    return failure.code == 0;
 }
 
 bool UserInterface::RESTORE_Validate_File(const RestoreOptions& options) {

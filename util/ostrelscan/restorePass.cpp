@@ -116,7 +116,7 @@ int ScanEngine::RestoreOneFile(ZSBFile& file, ScanFileFit& fit, bool* last) {
         history_.LogTrackUpdate(closeStatus);
         return closeStatus;
     }
-    return EndFile(restoreStatus);
+    return EndFile(restoreStatus, StopRequested());
 }
 
 int ScanEngine::RunRestoreRestoreSingleZSBFile(ZSBFile& file) {

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -18,6 +19,7 @@
 #include "util/ostrelscan/commandLine.h"
 #include "util/ostrelscan/programName.h"
 #include "util/ostrelscan/scanUI.h"
+#include "util/ostrelscan/signalWatch.h"
 
 namespace {
 
@@ -31,6 +33,12 @@ void OccupyStandardStreams() {
         spare.Release();
         spare = FileDescriptor(open("/dev/null", O_RDWR | O_CLOEXEC));
     }
+}
+
+/// A write that is too long or that nobody reads fails with its error instead of ending the run.
+void IgnoreFailedWrites() {
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 /// Whether the log can be written; it is tried before anything is redirected to it.
@@ -53,6 +61,10 @@ bool OpenLog(std::ofstream& log) {
     return true;
 }
 
+int ExitStatus(unsigned status) {
+    return status == 0 ? 0 : 1;
+}
+
 void LogHeader(int argc, char** argv) {
     LogLine() << "<ostrelscan>\n"
               << kProgramName << " - KUVO Pool Scanner\n"
@@ -72,12 +84,14 @@ struct LoggedRun {
 };
 
 /// Header, run and footer in the log. A dialogue that could not be created leaves its element open.
-LoggedRun RunLogged(int argc, char** argv, const RunSettings& settings, std::ofstream& log) {
+LoggedRun RunLogged(int argc, char** argv, const RunSettings& settings, std::ofstream& log,
+                    SignalWatch& signals) {
     const LogRedirection redirection(*log.rdbuf());
     LogHeader(argc, argv);
     LogCurrentTime(false);
-    const std::optional<unsigned> status = RunDialogue(settings);
+    const std::optional<unsigned> status = RunDialogue(settings, &signals);
     HEBConsumer::SilenceRetired();
+    signals.CloseRecord();
     if (status) {
         LogCurrentTime(false);
         LogLine() << "</ostrelscan>\n";
@@ -97,10 +111,14 @@ void TellLostLog(bool complete, std::ofstream& log) {
 
 }  // namespace
 
-std::optional<unsigned> RunDialogue(const RunSettings& settings) {
+std::optional<unsigned> RunDialogue(const RunSettings& settings, SignalWatch* signals) {
+    if (signals != nullptr && signals->Taken()) {
+        signals->SettleStatus(1);
+        return zERR_USER_ABORTED;
+    }
     std::unique_ptr<UserInterface> dialogue;
     try {
-        dialogue = std::make_unique<UserInterface>(settings.automatic);
+        dialogue = std::make_unique<UserInterface>(settings.automatic, signals);
     } catch (const std::exception& failure) {
         LogLine() << "Exception while attempting to create a UserInterface Object:  "
                   << failure.what() << "\nutil/ostrelscan/scanUI[1106]\n";
@@ -111,6 +129,9 @@ std::optional<unsigned> RunDialogue(const RunSettings& settings) {
         status = dialogue->RunDump(settings);
     } else if (std::strcmp(settings.action, "restore") == 0) {
         status = dialogue->RunRestore(settings);
+    }
+    if (signals != nullptr) {
+        signals->SettleStatus(ExitStatus(status));
     }
     return status;
 }
@@ -125,7 +146,9 @@ int RunProgram(int argc, char** argv) {
     if (!OpenLog(log)) {
         return 1;
     }
-    const auto [status, logComplete] = RunLogged(argc, argv, settings, log);
+    IgnoreFailedWrites();
+    SignalWatch signals;
+    const auto [status, logComplete] = RunLogged(argc, argv, settings, log, signals);
     TellLostLog(logComplete, log);
     if (!status) {
         std::cerr << kProgramName << ": the screen could not be obtained (see " << kLogName
@@ -135,7 +158,6 @@ int RunProgram(int argc, char** argv) {
     if (*status != 0) {
         std::cout << "\nScan failed (see " << kLogName << " for more details): " << *status
                   << std::endl;
-        return 1;
     }
-    return 0;
+    return ExitStatus(*status);
 }

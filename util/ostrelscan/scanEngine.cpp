@@ -12,6 +12,7 @@
 #include "util/common/log.h"
 #include "util/common/poolLock.h"
 #include "util/common/pvKey.h"
+#include "util/common/signalMask.h"
 #include "util/common/zsbFile.h"
 #include "util/ostrelscan/blockSelector.h"
 
@@ -110,6 +111,7 @@ int ScanEngine::RunRestore(BlockSelector& selector, const RestoreOptions& option
 
 int ScanEngine::StartWorker(void* (*routine)(void*)) {
     SetFinished(false);
+    const SignalsHeldOff fromTheWorker;  // and from the bus's thread, which begins there
     pthread_t thread{};
     const int error = pthread_create(&thread, nullptr, routine, this);
     if (error != 0) {
@@ -260,9 +262,10 @@ void ScanEngine::ReleasePool() {
 }
 
 /// What a finished file's status is once a stop or a state change has been asked for; both are
-/// answered here.
-int ScanEngine::EndFile(int status) {
-    if (StopRequested()) {
+/// answered here. Whoever closes a file as stopped ends it as stopped: the stop may come in
+/// between.
+int ScanEngine::EndFile(int status, bool stopped) {
+    if (stopped) {
         ClearStopRequest();
         status = zERR_USER_ABORTED;
     } else if (StateChangeRequested()) {

@@ -193,7 +193,7 @@ class ScanEngine : public ScanThread {
     void HoldPool(const char* poolName);
     void ReleasePool();
     bool StateChangeRequested() const;
-    int EndFile(int status);
+    int EndFile(int status, bool stopped);
 
     int ReadSuperblockMagic(std::uint32_t& magic);
 

@@ -40,11 +40,16 @@ unsigned ElapsedSeconds() {
 
 }  // namespace
 
-UserInterface::UserInterface(bool automatic) : automatic_(automatic) {
+UserInterface::UserInterface(bool automatic, SignalWatch* signals)
+    : signals_(signals), terminal_(signals, [this] { screen_.reset(); }), automatic_(automatic) {
     try {
+        const KeptInterrupts kept;
         screen_ = std::make_unique<ScreenInterface>();
     } catch (const std::runtime_error&) {
         throw std::runtime_error("Could not access SCAN screen via ScreenInterface");
+    }
+    if (signals_ != nullptr) {
+        screen_->EndWaitsAt(signals_->Descriptor(), terminal_.Turn());
     }
 }
 
@@ -76,6 +81,10 @@ unsigned UserInterface::RunDump(const RunSettings& settings) {
     }
     DisplayCounts(&selector);
     ScanEngine engine(settings.bypass, settings.validate);
+    const StoppedBySignals stopped(signals_, engine);
+    if (Stopped()) {
+        return zERR_USER_ABORTED;
+    }
     int status = engine.RunDump(selector, options);
     if (status != 0) {
         FatalError(status, "Could not start the scan thread", "util/ostrelscan/scanUI[449]");
@@ -90,6 +99,7 @@ unsigned UserInterface::RunDump(const RunSettings& settings) {
 void UserInterface::Watch(const ScanEngine& engine, const std::function<void(bool)>& show) {
     while (!engine.Finished()) {
         show(false);
+        const TerminalLetGo meanwhile(terminal_.Turn());
         Ostrel::LB_delay(kPollMilliseconds);
     }
     show(true);
@@ -255,7 +265,7 @@ void UserInterface::FatalError(int code, const std::string& text, const char* wh
 }
 
 void UserInterface::LetUserView() {
-    if (automatic_) {
+    if (automatic_ || Stopped()) {
         return;
     }
     screen_->PositionOutputCursor(kPauseRow, 0);

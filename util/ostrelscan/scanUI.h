@@ -5,6 +5,7 @@
 #include <string>
 
 #include "util/common/scanFileList.h"
+#include "util/ostrelscan/signalWatch.h"
 
 class BlockSelector;
 class ScanEngine;
@@ -21,9 +22,9 @@ extern const char* const SCAN_ColumnFormatSkip;
 /// while it works, and writes the run's summary into the log. Used by the operator thread.
 class UserInterface {
   public:
-    /// `automatic`: no questions and no pauses. Takes the terminal; throws std::runtime_error when
-    /// it cannot be had.
-    explicit UserInterface(bool automatic);
+    /// `automatic`: no questions and no pauses. `signals` end the run before its time; null where
+    /// nobody watches them. Takes the terminal; throws std::runtime_error when it cannot be had.
+    explicit UserInterface(bool automatic, SignalWatch* signals = nullptr);
     ~UserInterface();
     UserInterface(const UserInterface&) = delete;
     UserInterface& operator=(const UserInterface&) = delete;
@@ -69,7 +70,8 @@ class UserInterface {
 
     /// Shows and logs an error that ends the run, and pauses. It returns to its caller.
     void FatalError(int code, const std::string& text, const char* where);
-    /// Waits for a character of standard input unless the run is automatic.
+    /// Waits for a character of standard input unless the run is automatic or a signal has ended
+    /// it.
     void LetUserView();
     /// Pauses nowhere: a place for a pause that no dialogue wants.
     void LetUserRead() {}
@@ -81,13 +83,18 @@ class UserInterface {
     void WatchDump(ScanEngine& engine, BlockSelector& selector, const DumpOptions& options);
     void WatchRestore(ScanEngine& engine, BlockSelector& selector);
     /// Repaints with `show` until the pass has finished, and once more then, with true.
-    static void Watch(const ScanEngine& engine, const std::function<void(bool)>& show);
+    void Watch(const ScanEngine& engine, const std::function<void(bool)>& show);
     /// Logs the history of a finished pass, shows and logs its failure, and pauses; returns its
     /// result. `position` leads the failure in the log.
     int Report(ScanEngine& engine, const char* position);
     bool ReadPoolName(const char* path, std::string* poolName);
     bool AskToRestore();
 
-    std::unique_ptr<ScreenInterface> screen_;
+    /// Whether a signal has asked the run to end.
+    bool Stopped() const { return signals_ != nullptr && signals_->Taken(); }
+
+    SignalWatch* signals_;
+    TerminalHold terminal_;
+    std::unique_ptr<ScreenInterface> screen_;  // ends before the terminal is let go
     bool automatic_;
 };

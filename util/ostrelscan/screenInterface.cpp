@@ -11,6 +11,7 @@
 #include <clocale>
 #include <cstdio>
 #include <initializer_list>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -162,6 +163,12 @@ void ShowPad(WINDOW* pad) {
 SCREEN* OpenTerminal() {
     std::setlocale(LC_CTYPE, "");
     return TerminalIsKnown() ? newterm(nullptr, stdout, stdin) : nullptr;
+}
+
+/// Waits for one of these, without holding the terminal meanwhile.
+int Poll(std::span<pollfd> watched, TerminalTurn* turn) {
+    const TerminalLetGo meanwhile(turn);
+    return poll(watched.data(), watched.size(), kPollMilliseconds);
 }
 
 int KindOf(int key) {
@@ -350,8 +357,9 @@ void ScreenInterface::Redraw() {
     ShowPad(pad_);
 }
 
-void ScreenInterface::EndWaitsAt(int descriptor) {
+void ScreenInterface::EndWaitsAt(int descriptor, TerminalTurn* turn) {
     endOfWaits_ = descriptor;
+    turn_ = turn;
 }
 
 bool ScreenInterface::WaitsAreEnded() const {
@@ -363,7 +371,7 @@ bool ScreenInterface::WaitsAreEnded() const {
 bool ScreenInterface::AwaitKey() {
     pollfd watched[] = {{STDIN_FILENO, POLLIN, 0}, {endOfWaits_, POLLIN, 0}};
     for (;;) {
-        const int ready = poll(watched, std::size(watched), kPollMilliseconds);
+        const int ready = Poll(watched, turn_);
         if (ready > 0) {
             return watched[1].revents == 0;
         }

@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <optional>
 
+#include "util/ostrelscan/terminalTurn.h"
+
 struct screen;
 struct _win_st;
 using WINDOW = struct _win_st;
@@ -63,8 +65,9 @@ class ScreenInterface {
     void Redraw();
 
     /// Every wait for a key, now and from here on, ends once this descriptor can be read. It is
-    /// borrowed and never read; -1 takes it back.
-    void EndWaitsAt(int descriptor);
+    /// borrowed and never read; -1 takes it back. Meanwhile the waits let go of `turn`, where the
+    /// terminal is shared.
+    void EndWaitsAt(int descriptor, TerminalTurn* turn = nullptr);
     /// The one place that waits for keys: true once standard input can be read, its end included,
     /// which this leaves to the caller; false when `EndWaitsAt` ended the wait. Meanwhile the
     /// screen follows the terminal's size.
@@ -94,4 +97,5 @@ class ScreenInterface {
     struct screen* screen_;
     WINDOW* pad_ = nullptr;
     int endOfWaits_ = -1;
+    TerminalTurn* turn_ = nullptr;
 };

@@ -40,6 +40,28 @@ TEST(LogRedirection, TakesSingleCharactersAndFlushes) {
     EXPECT_TRUE(std::cerr.good());
 }
 
+TEST(SealedLog, TakesItsLastWordsAndNothingBehindThem) {
+    std::stringbuf target;
+    const LogRedirection redirection(target);
+    LogLine() << "an entry\n";
+    SealLog("the end\n");
+    LogLine() << "too late\n";
+    std::cerr.put('x');
+    SealLog("another end\n");
+    EXPECT_EQ(target.str(), "an entry\nthe end\n");
+    EXPECT_TRUE(std::cerr.good());
+    EXPECT_FALSE(redirection.Failed());
+}
+
+TEST(SealedLog, NeedsALog) {
+    std::stringbuf target;
+    std::streambuf* const oldBuffer = std::cerr.rdbuf(&target);
+    SealLog("the end\n");
+    LogLine() << "an entry\n";
+    std::cerr.rdbuf(oldBuffer);
+    EXPECT_EQ(target.str(), "an entry\n");
+}
+
 /// Counts the flushes that reach it.
 class FlushCounter : public std::stringbuf {
   public:

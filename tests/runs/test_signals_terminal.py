@@ -1,0 +1,135 @@
+"""Runs whose terminal goes away or takes no more, and writes that would end other programs."""
+
+import errno
+import os
+import pathlib
+import resource
+import signal
+import subprocess
+
+import pytest
+
+import ostrelscan
+import saving
+import scanset
+import screen
+import signalled
+
+MIDDLE = 2000
+IGNORING = ["/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh", ostrelscan.tool()]
+
+
+def log_of(folder):
+    path = pathlib.Path(folder) / ostrelscan.LOG_NAME
+    return path.read_text(encoding="utf-8") if path.exists() else ""
+
+
+def hang_up(terminal):
+    """The terminal's other end goes away, as with a connection that breaks."""
+    nothing = os.open(os.devnull, os.O_RDWR)
+    os.dup2(nothing, terminal.child.child_fd)
+    os.close(nothing)
+
+
+def exit_status(terminal):
+    """Of a program whose terminal cannot tell its end any more."""
+    signalled.eventually(lambda: not terminal.child.isalive(), 60)
+    return terminal.child.exitstatus
+
+
+def test_a_save_whose_terminal_goes_away_ends_closed(fault_loop, sample, tmp_path):
+    with fault_loop(sample.path, tmp_path / "disk", f"pause={MIDDLE}") as (device, disk), \
+            screen.Terminal([ostrelscan.tool(), *saving.arguments(device)],
+                            cwd=tmp_path) as terminal:
+        disk.wait_for_pause()
+        pid = terminal.child.pid
+        hang_up(terminal)
+        signalled.wait_until_taken(pid)
+        # A shell tells its jobs of the end that the kernel tells them of too.
+        signalled.send(pid, signal.SIGHUP)
+        disk.go_on()
+        assert exit_status(terminal) == 1
+    (run,) = ostrelscan.split_log(log_of(tmp_path))
+    signalled.assert_record_closed(run, signal.SIGHUP)
+    signalled.assert_stopped_set(tmp_path, saving.expected(sample.path), before=MIDDLE + 64)
+
+
+@pytest.mark.parametrize("options", [("--automatic",), ()], ids=["automatic", "with a pause"])
+def test_a_save_that_ignores_its_terminals_end_is_completed(fault_loop, sample, tmp_path, options):
+    with fault_loop(sample.path, tmp_path / "disk", f"pause={MIDDLE}") as (device, disk), \
+            screen.Terminal([*IGNORING, *options, *saving.arguments(device)],
+                            cwd=tmp_path) as terminal:
+        disk.wait_for_pause()
+        hang_up(terminal)
+        disk.go_on()
+        assert exit_status(terminal) == 0
+    (run,) = ostrelscan.split_log(log_of(tmp_path))
+    assert run.closed and signalled.notes(run) == []
+    saving.assert_saved(tmp_path, saving.expected(sample.path))
+
+
+def test_a_question_whose_terminal_goes_away_is_answered_with_no(tmp_path):
+    scanset.write_set(tmp_path, [(2, b"LEAF".ljust(4096, b"x"))], pool_name="DATA")
+    (tmp_path / "device").write_bytes(b"untouched")
+    argv = [*IGNORING, "--bypass-ostrel", "--danger", "restore", "data", "device"]
+    with screen.Terminal(argv, cwd=tmp_path) as terminal:
+        terminal.wait_for("Do you wish to restore", 60)
+        hang_up(terminal)
+        assert exit_status(terminal) == 1
+    (run,) = ostrelscan.split_log(log_of(tmp_path))
+    assert run.closed and "In RunRestoreMain(start)" not in run.lines
+    assert (tmp_path / "device").read_bytes() == b"untouched"
+
+
+def test_a_terminal_that_takes_no_more_holds_up_no_signal(tmp_path):
+    """The operator thread waits for the terminal for good. The pass ends all the same, and a second
+    signal ends the run."""
+    feed = saving.Feed(tmp_path / "feed")
+    with screen.Terminal(
+            [ostrelscan.tool(), *saving.arguments(feed.path, "--validation-skip")],
+            cwd=tmp_path) as terminal:
+        pid = terminal.child.pid
+        feed.open()
+        signalled.eventually(lambda: signalled.is_stuck_writing(pid), 60)
+        signalled.send(pid, signal.SIGTERM)
+        feed.close()
+        signalled.eventually(lambda: "In RunDumpMain(exit)" in log_of(tmp_path))
+        (file,) = scanset.read_set(tmp_path)
+        assert file.problems == [] and file.header["flags"] & scanset.STOPPED
+        os.kill(pid, signal.SIGINT)
+        assert terminal.wait_exit(60) == 1
+    (run,) = ostrelscan.split_log(log_of(tmp_path))
+    assert run.closed
+    assert signalled.notes(run) == ["Note: SIGINT ended this run at once, after SIGTERM"]
+
+
+def test_a_file_that_may_not_grow_fails_with_its_error(loop, pool, tmp_path):
+    limit = 1 << 20
+    argv = [ostrelscan.tool(), "--automatic"]
+    with loop(pool(size="16M", internal=0.9).path, read_only=True) as device:
+        run = subprocess.run(
+            [*argv, *saving.arguments(device)], cwd=tmp_path, stdin=subprocess.DEVNULL,
+            env={**os.environ, "TERM": "xterm"}, capture_output=True, text=True, check=False,
+            timeout=60, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE,
+                                                              (limit, limit)))
+    assert run.returncode == 1
+    assert run.stdout.endswith(
+        saving.failed_line(saving.SYSTEM_ERROR + errno.EFBIG) + "\n")
+    (record,) = ostrelscan.split_log(log_of(tmp_path))
+    assert record.closed
+    assert (tmp_path / "T0000000.ZSB").stat().st_size == limit
+
+
+def test_a_save_that_nobody_watches_is_completed(loop, sample, tmp_path):
+    reader, writer = os.pipe()
+    os.close(reader)
+    with loop(sample.path, read_only=True) as device:
+        run = subprocess.run(
+            [ostrelscan.tool(), "--automatic", *saving.arguments(device)], cwd=tmp_path,
+            stdin=subprocess.DEVNULL, stdout=writer, env={**os.environ, "TERM": "xterm"},
+            check=False, timeout=60)
+    os.close(writer)
+    assert run.returncode == 0
+    (record,) = ostrelscan.split_log(log_of(tmp_path))
+    assert record.closed and signalled.notes(record) == []
+    saving.assert_saved(tmp_path, saving.expected(sample.path))
