@@ -91,9 +91,8 @@ def test_a_second_signal_leaves_a_restore_as_it_is(held):
     with held(1, "--automatic") as (run, disk, _image):
         disk.wait_for_pause()
         run.send(signal.SIGTERM)
-        run.kill(signal.SIGINT)
-        run.left_the_screen()
-        signalled.eventually(lambda: "</ostrelscan>" in run.log)
+        run.kill_at_once(signal.SIGINT)
+        assert run.log.endswith("</ostrelscan>\n")
         disk.go_on()
         ended = run.end()
     signalled.assert_ended_at_once(ended, signal.SIGINT)
@@ -167,9 +166,8 @@ def test_a_second_signal_ends_a_look_that_is_stuck(held):
     with held(0, "--automatic") as (run, disk, image):
         disk.wait_for_pause()
         run.send(signal.SIGTERM)
-        run.kill(signal.SIGTERM)
-        run.left_the_screen()
-        signalled.eventually(lambda: "</ostrelscan>" in run.log)
+        run.kill_at_once(signal.SIGTERM)
+        assert run.log.endswith("</ostrelscan>\n")
         disk.go_on()
         signalled.assert_ended_at_once(run.end(), signal.SIGTERM)
         assert restored(image) == 0

@@ -98,9 +98,8 @@ def test_an_interrupt_by_its_key_ends_a_save(held, sample, tmp_path):
 def test_a_second_signal_ends_a_save_that_is_stuck(held, sample, tmp_path, first, second):
     with held(sample, MIDDLE, "--automatic") as (run, disk):
         run.send(first)
-        run.kill(second)
-        run.left_the_screen()
-        signalled.eventually(lambda: "</ostrelscan>" in run.log)
+        run.kill_at_once(second)
+        assert run.log.endswith("</ostrelscan>\n")
         before = (tmp_path / "T0000000.ZSB").read_bytes()
         disk.go_on()
         signalled.assert_ended_at_once(run.end(), second)
@@ -110,9 +109,10 @@ def test_a_second_signal_ends_a_save_that_is_stuck(held, sample, tmp_path, first
 
 def test_many_signals_at_once_end_a_save_cleanly(held, sample, tmp_path):
     with held(sample, MIDDLE) as (run, disk):
-        for _ in range(20):
-            for number in SIGNALS:
-                run.kill(number)
+        with signalled.ending(run.pid):
+            for _ in range(20):
+                for number in SIGNALS:
+                    run.kill(number)
         run.left_the_screen()
         disk.go_on()
         ended = run.end()
@@ -178,8 +178,7 @@ def test_a_signal_behind_the_screen_changes_nothing(loop, sample, tmp_path, numb
 
 def test_a_quit_gives_the_terminal_back_and_does_as_by_default(held, sample, tmp_path):
     with held(sample, MIDDLE) as (run, disk):
-        run.kill(signal.SIGQUIT)
-        run.left_the_screen()
+        run.kill_at_once(signal.SIGQUIT)
         disk.go_on()
         ended = run.end()
     assert (ended.status, ended.restored) == (128 + signal.SIGQUIT, True)

@@ -112,8 +112,8 @@ def test_a_second_signal_leaves_the_pool_to_the_service(saving_run):
     """The service knows that the run has died, and holds nothing for it."""
     with saving_run() as (service, run, disk):
         signalled.send(run.pid, signal.SIGTERM)
-        os.kill(run.pid, signal.SIGTERM)
-        signalled.eventually(lambda: "</ostrelscan>" in run.lines)
+        with signalled.ending(run.pid):
+            os.kill(run.pid, signal.SIGTERM)
         disk.go_on()
         assert run.wait_exit() == 1
         assert run.lines[-2].startswith("Note: SIGTERM ended this run at once")

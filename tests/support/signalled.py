@@ -71,6 +71,15 @@ def is_stuck_writing(pid):
     return all(writes() for _ in range(20) if time.sleep(0.01) is None)
 
 
+@contextlib.contextmanager
+def ending(pid):
+    """Waits behind the block until the thread that watches for signals has ended, and with it the
+    process, but for threads that are stuck."""
+    (watch,) = watching_threads(pid)
+    yield
+    eventually(lambda: not pathlib.Path(f"/proc/{pid}/task/{watch}").exists())
+
+
 class Run:
     """A run of the tool by a shell on a terminal; its log stands in `folder`."""
 
@@ -93,12 +102,19 @@ class Run:
         send(self.pid, number)
 
     def kill(self, number):
-        """Sends a signal that ends the process."""
+        """Sends a signal that ends the process, or stops it."""
         os.kill(self.pid, number)
 
     def left_the_screen(self):
         """Waits until the terminal shows again what it showed before the run."""
         eventually(lambda: self.terminal.pump() and b"\x1b[?1049l" in self.terminal.output)
+
+    def kill_at_once(self, number):
+        """Sends a signal that ends the process although a thread of it is stuck: the terminal and
+        the log are closed before that thread can go on."""
+        with ending(self.pid):
+            self.kill(number)
+        self.left_the_screen()
 
     def end(self, seconds=60.0):
         self.terminal.wait_exit(seconds)
