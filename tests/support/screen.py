@@ -6,6 +6,7 @@ import select
 import time
 
 import pexpect
+import ptyprocess
 import pyte
 import wcwidth
 
@@ -112,6 +113,23 @@ class _Screen(pyte.Screen):
         super().reset_mode(*modes, **kwargs)
 
 
+class _Process(ptyprocess.PtyProcess):
+    """The program has its terminal's size before it runs. The library sets it once more from outside,
+    some time after the start: that would undo what the program has made of it meanwhile."""
+
+    _started = False
+
+    def setwinsize(self, *size):
+        if self._started:
+            super().setwinsize(*size)
+        self._started = True
+
+
+class _Child(pexpect.spawn):
+    def _spawnpty(self, args, **kwargs):
+        return _Process.spawn(args, **kwargs)
+
+
 class Terminal:
     """A program with a terminal of its own; a context manager that ends the program."""
 
@@ -126,7 +144,7 @@ class Terminal:
         self._screen = _Screen(columns, rows)
         self._stream = _Stream(self._screen)
         argv = [os.fspath(arg) for arg in argv]
-        self.child = pexpect.spawn(
+        self.child = _Child(
             argv[0], argv[1:], dimensions=(rows, columns), env=full, cwd=cwd, echo=False)
         self.child.delaybeforesend = None
 
