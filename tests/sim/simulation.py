@@ -14,6 +14,7 @@ from pathlib import Path
 
 BUILD = Path(os.environ["OSTREL_BUILD"])
 PYTHON = "/usr/bin/python3"
+SOON = 30.0  # seconds: longer than anything here takes, however busy the machine
 MODE_SWITCH = b'<virtualIO><datastream name="command"/></virtualIO>'
 
 POOL_GUID = "01234567-89ab-0cde-8f-10-112233445566"
@@ -39,7 +40,7 @@ def preloaded():
     return {"LD_PRELOAD": runtime, "ASAN_OPTIONS": "detect_leaks=0"} if runtime else {}
 
 
-def wait_until(condition, seconds=5.0):
+def wait_until(condition, seconds=SOON):
     end = time.monotonic() + seconds
     while time.monotonic() < end:
         if condition():
@@ -160,7 +161,7 @@ class Simulation:
             consumer.kill()
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGTERM)
-        status = self.process.wait(timeout=20)
+        status = self.process.wait(timeout=SOON)
         self.errors = self.process.stderr.read()
         self.process.stderr.close()
         self.folder.cleanup()
@@ -179,7 +180,7 @@ class Consumer:
         self.events = []
         self.pending = b""
 
-    def next_line(self, seconds=20.0):
+    def next_line(self, seconds=SOON):
         end = time.monotonic() + seconds
         while b"\n" not in self.pending:
             left = max(0.0, end - time.monotonic())
@@ -203,7 +204,7 @@ class Consumer:
     def register(self, event="OSTREL.ChangePoolState.Enter", **more):
         return self.do(do="register", name=event, **more)
 
-    def next_event(self, seconds=20.0):
+    def next_event(self, seconds=SOON):
         if self.events:
             return self.events.pop(0)
         line = self.next_line(seconds)

@@ -4,7 +4,7 @@ import time
 
 import pytest
 
-from simulation import (BUILD, POOL_GUID, POOL_GUID_BYTES, VOLUME_GUID, VOLUME_GUID_BYTES,
+from simulation import (BUILD, POOL_GUID, POOL_GUID_BYTES, SOON, VOLUME_GUID, VOLUME_GUID_BYTES,
                         wait_until)
 
 PATIENCE = 5  # seconds that the bus library waits for the service unless it is told otherwise
@@ -111,7 +111,7 @@ def test_a_forced_change_waits_for_the_answer_and_cannot_be_refused(sim):
     time.sleep(0.3)
     assert change.poll() is None and pool_state(sim) == "maintenance"
     consumer.do(do="policy", answer=0xFFFF00)
-    out, _ = change.communicate(timeout=5)
+    out, _ = change.communicate(timeout=SOON)
     assert change.returncode == 0 and "pool P: now deactive after " in out
     assert int(out.split(" after ")[1].split()[0]) >= 300
     assert pool_state(sim) == "deactive"
@@ -127,7 +127,7 @@ def test_a_removal_does_not_wait_for_an_event_under_delivery(sim):
     assert removal["status"] == 0 and removal["seconds"] < PATIENCE
     assert registrations(sim) == [] and change.poll() is None
     consumer.do(do="policy")
-    assert change.wait(timeout=5) == 0
+    assert change.wait(timeout=SOON) == 0
     change.communicate()
 
 
@@ -142,7 +142,7 @@ def test_an_event_that_was_queued_behind_a_removal_is_not_delivered(sim):
     consumer.do(do="unregister", handle=handle)
     consumer.do(do="policy")
     for command in (first, second):
-        command.communicate(timeout=5)
+        command.communicate(timeout=SOON)
         assert command.returncode == 0
     assert consumer.is_silent()
 
@@ -155,7 +155,7 @@ def test_a_silent_consumer_is_waited_for_as_long_as_asked(sim):
     assert "OSTREL.PoolLock has not answered" in out and "pool P: not changed, no answer" in out
     assert pool_state(sim) == "maintenance"
     consumer.do(do="policy")
-    sim.control("state", "P", "active", "--forced", "--timeout", "5")
+    sim.control("state", "P", "active", "--forced", "--timeout", "60")
     assert pool_state(sim) == "active"
 
 
@@ -168,7 +168,7 @@ def test_one_object_has_one_change_at_a_time(sim):
     assert "another change is under way" in sim.control("state", "P", "deactive", status=2)
     assert "V" in sim.control("volume-state", "V", "deactive")
     consumer.do(do="policy")
-    assert change.wait(timeout=5) == 0
+    assert change.wait(timeout=SOON) == 0
     change.communicate()
 
 
@@ -179,7 +179,7 @@ def test_a_killed_consumer_holds_nothing(sim):
     change = sim.start_control("state", "P", "active", "--forced")
     consumer.next_event()
     consumer.kill()
-    out, _ = change.communicate(timeout=5)
+    out, _ = change.communicate(timeout=SOON)
     assert change.returncode == 0 and "OSTREL.PoolLock is gone" in out
     assert registrations(sim) == [] and pool_state(sim) == "active"
 
@@ -193,8 +193,8 @@ def test_a_waiting_handler_does_not_keep_its_process(sim):
     # Below the interpreter, as a program ends that returns from main.
     consumer.process.stdin.write(b'{"do": "leave"}\n')
     consumer.process.stdin.flush()
-    assert consumer.process.wait(timeout=5) == 0
-    assert change.wait(timeout=5) == 0
+    assert consumer.process.wait(timeout=SOON) == 0
+    assert change.wait(timeout=SOON) == 0
     change.communicate()
 
 
@@ -361,7 +361,7 @@ def test_registrations_come_and_go_on_several_threads_under_fire(sim):
     stress = subprocess.Popen([BUILD / "tests/bus_stress", "200", "20"], env=sim.environment(),
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     while stress.poll() is None:
-        sim.control("event", POOL_STATE, "--timeout", "5")
+        sim.control("event", POOL_STATE, "--timeout", "60")
     out, errors = stress.communicate()
     assert stress.returncode == 0 and errors == ""
     registered, delivered = map(int, out.split())

@@ -2,7 +2,7 @@ import subprocess
 
 import pytest
 
-from simulation import BUILD, POOL_GUID, VOLUME_GUID, pool_info
+from simulation import BUILD, POOL_GUID, SOON, VOLUME_GUID, pool_info
 
 
 def test_the_list_tells_pools_and_volumes(start):
@@ -52,7 +52,7 @@ def test_the_usage_goes_out_when_asked_for_and_to_the_errors_when_not():
 
 def test_shutdown_ends_the_service(sim):
     sim.control("shutdown")
-    assert sim.process.wait(timeout=10) == 0
+    assert sim.process.wait(timeout=SOON) == 0
 
 
 def test_shutdown_ends_a_service_that_waits_for_an_answer_and_a_slow_reader(sim):
@@ -69,7 +69,7 @@ def test_shutdown_ends_a_service_that_waits_for_an_answer_and_a_slow_reader(sim)
     while not sim.traced("reply"):
         pass
     sim.control("shutdown")
-    assert sim.process.wait(timeout=10) == 0
-    reader.wait(timeout=5)
-    change.communicate(timeout=5)
+    assert sim.process.wait(timeout=SOON) == 0
+    reader.wait(timeout=SOON)
+    change.communicate(timeout=SOON)
     assert change.returncode != 0

@@ -13,7 +13,8 @@ from pathlib import Path
 
 import pytest
 
-from simulation import BUILD, POOL_GUID, VOLUME_GUID, Simulation, field, pool_info, wait_until
+from simulation import (BUILD, POOL_GUID, SOON, VOLUME_GUID, Simulation, field, pool_info,
+                        wait_until)
 
 
 def run(*words, **options):
@@ -113,7 +114,7 @@ def test_a_mount_point_of_the_users_own_stays(start, tmp_path):
     assert sorted(os.listdir(folder)) == ["Devices", "Manage_OSTREL"]
     assert record_of(folder).exists()
     sim.control("shutdown")
-    assert sim.process.wait(timeout=10) == 0
+    assert sim.process.wait(timeout=SOON) == 0
     assert os.listdir(folder) == [] and not os.path.ismount(folder)
     assert not os.path.exists(sim.socket) and not record_of(folder).exists()
 
@@ -149,7 +150,7 @@ def test_a_mount_point_that_was_missing_is_made_and_removed_by_the_last_user(sta
     # Removing the folder would have taken the other one's mount away.
     assert os.listdir(two.inside(folder)) == ["Devices", "Manage_OSTREL"]
     two.control("shutdown")
-    assert two.process.wait(timeout=10) == 0
+    assert two.process.wait(timeout=SOON) == 0
     assert not os.path.exists(folder)
 
 
@@ -167,7 +168,7 @@ def test_what_a_killed_service_left_is_taken_over(start, tmp_path):
     second = start("--mount", folder, private=False, socket=first.socket)
     assert os.listdir(folder) == ["Devices", "Manage_OSTREL"]
     second.control("shutdown")
-    assert second.process.wait(timeout=10) == 0
+    assert second.process.wait(timeout=SOON) == 0
     assert not os.path.exists(folder)
 
 
@@ -184,7 +185,7 @@ def test_a_signal_ends_the_service_with_open_files(start, tmp_path, number):
     sim = start("--mount", folder, "--pool", "P,-,active", private=False)
     descriptor = os.open(folder + "/Manage_OSTREL/manage.cmd", os.O_RDWR)
     sim.process.send_signal(number)
-    assert sim.process.wait(timeout=10) == 0
+    assert sim.process.wait(timeout=SOON) == 0
     assert not os.path.exists(folder)
     with pytest.raises(OSError):
         os.pread(descriptor, 10, 0)
@@ -236,6 +237,6 @@ def test_a_service_without_a_free_descriptor_waits_for_one_and_can_be_ended(sim,
         assert processor_seconds(sim.process) - before < 0.5
         if not freed:
             sim.process.terminate()
-            assert sim.process.wait(timeout=10) == 0
+            assert sim.process.wait(timeout=SOON) == 0
     if freed:
         assert sim.listed("pool P")

@@ -8,8 +8,8 @@ import time
 
 import pytest
 
-from simulation import (MODE_SWITCH, POOL_GUID, PYTHON, VOLUME_GUID, field, pool_info, volume_info,
-                        wait_until)
+from simulation import (MODE_SWITCH, POOL_GUID, PYTHON, SOON, VOLUME_GUID, field, pool_info,
+                        volume_info, wait_until)
 
 REFUSED = b"<writeResult><error>The request was refused (20401)</error></writeResult>"
 
@@ -179,7 +179,7 @@ def test_a_killed_reader_of_a_slow_reply_is_gone_at_once(sim):
     assert wait_until(lambda: sim.traced("reply"))
     time.sleep(0.1)
     reader.send_signal(signal.SIGKILL)
-    assert reader.wait(timeout=3) == -signal.SIGKILL
+    assert reader.wait(timeout=SOON) == -signal.SIGKILL
     assert wait_until(lambda: not sim.listed("open management file"))
 
 
