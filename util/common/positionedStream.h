@@ -30,6 +30,7 @@ class PositionedStream {
     /// Makes a stream of an open file at its start, as `Open` does. Returns 0 or errno.
     int Adopt(FileDescriptor file, const char* mode, std::size_t bufferSize);
 
+    /// Whether there is a stream.
     bool IsOpen() const { return stream_ != nullptr; }
 
     /// Makes `offset` (bytes from the start) the place of the next read or write. Returns 0 or

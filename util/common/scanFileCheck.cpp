@@ -61,6 +61,7 @@ int ScanFileCheck::Search(QuadAndBlock_s* out, std::uint64_t block) {
     int status = Begin();
     for (; status == 0 && recordsLeft_ > 0; --recordsLeft_) {
         status = Next(&record);
+        // What is looked for is found, in order or not.
         if (status == 0 && record.blockNumber == block) {
             *out = record;
             return 0;

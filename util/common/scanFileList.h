@@ -20,10 +20,12 @@ struct ScanFileFacts {
     /// False for the one entry that stands for the absence of an entry.
     bool Valid() const;
 
+    /// Set the CRC and the status.
     void UpdateCRC(unsigned long newCrc);
+    void UpdateStatus(int newStatus);
+    /// Add to the counts of blocks.
     void UpdateBlocksTotal(int count);
     void UpdateBlocksCurrent(int count);
-    void UpdateStatus(int newStatus);
 
     const std::string name;            ///< the file's full path
     std::atomic<std::int32_t> status;  ///< 0, `zFILE_BEING_WRITTEN`, or why the file failed
@@ -41,6 +43,7 @@ extern ScanFileFacts SFF_Unreferenced;
 /// The cursor of a walk over a list; a walk goes from the newest entry to the oldest.
 struct SFL_Key {
     // NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
+    /// At the newest of `count` entries.
     SFL_Key(int walkMode, int count) : mode(walkMode), index(count - 1) {}
 
     int mode;   ///< kept, not used
@@ -56,6 +59,7 @@ class ScanFileList {
     /// Enters a file after it was opened for reading.
     void LogTrackOpen(const ZSBFile& file, int status);
 
+    /// Set the CRC, the status, or both of the newest entry.
     void LogTrackUpdate(unsigned long crc);
     void LogTrackUpdate(int status, unsigned long crc);
     void LogTrackUpdate(int status);
@@ -69,6 +73,7 @@ class ScanFileList {
     SFL_Key* EnumerateOpen(int mode) const;
     /// The entry at the key, which steps to the one before; `SFF_Unreferenced` past the oldest.
     ScanFileFacts& Enumerate(SFL_Key* key);
+    /// Deletes a key; a null one is ignored.
     void EnumerateClose(SFL_Key* key) const;
 
     /// Logs the whole list, oldest first.

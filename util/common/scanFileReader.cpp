@@ -62,6 +62,8 @@ int ScanFileReader::Open(const std::string& path) {
                   << std::strerror(error) << '\n';
         return zERR_ZID_NOT_FOUND;
     }
+    // A file with a bad header opens all the same: the checks tell it, and what its header allows
+    // can be read.
     Rewind();
     TakeHeader(ReadFrom(0, &header_, kScanFileHeaderSize));
     return 0;
@@ -100,6 +102,7 @@ int ScanFileReader::TakeHeader(const StreamTransfer& read) {
     }
     headerStatus_ = CheckHeader();
     inflating_ = (header_.flags & kFlagCompressed) != 0 && (header_.flags & kFlagRawAfterAll) == 0;
+    // Read again in the middle of a file, the header leaves the stream where it is.
     if (inflating_ && inflater_ == nullptr) {
         inflater_ = std::make_unique<Inflater>();
     }
@@ -142,7 +145,7 @@ int ScanFileReader::Read(QuadAndBlock_s* out) {
     }
     auto* bytes = reinterpret_cast<unsigned char*>(out);
     if (inflating_) {
-        // The last input may hold many records more.
+        // The file may be at its end while records still wait in the last input.
         const bool atEnd = offset_ >= header_.fileEof && !inflater_->InputPending();
         return atEnd ? zERR_END_OF_FILE : InflateRecord(bytes);
     }
@@ -174,6 +177,7 @@ int ScanFileReader::InflateRecord(unsigned char* out) {
     }
     inflater_->Offer({out, kRecordSize});
     while (inflater_->RoomLeft() != 0) {
+        // A file that ends too early refills nothing; zlib then says what it lacks.
         if (!inflater_->InputPending()) {
             const std::span<unsigned char> input = inflater_->InputBuffer();
             inflater_->Refilled(ReadSomeBytes(input.data(), input.size()));
@@ -198,6 +202,7 @@ int ScanFileReader::EndOfStream(const unsigned char* out) {
         inflater_->Offer({});
         return zERR_END_OF_FILE;
     }
+    // A part of a record counts, too, so that the checksum shows that there was one.
     crc_ = Ostrel::updateCRC(crc_, out, length);
     if (length == kRecordSize) {
         return 0;

@@ -28,7 +28,9 @@ class ScanFileReader {
     /// Opens a file and reads its header. `zERR_ZID_NOT_FOUND` when it cannot be opened, whatever
     /// the reason, which is logged.
     int Open(const std::string& path);
+    /// Whether a file is open.
     bool IsOpen() const { return stream_.IsOpen(); }
+    /// Closes it.
     int Close();
 
     /// Reads the header (again) and tells whether it is one: `zERR_END_OF_FILE` for a file too
@@ -36,7 +38,7 @@ class ScanFileReader {
     int ReadHeader();
     /// What the last reading of the header came to.
     int HeaderStatus() const { return headerStatus_; }
-    /// All zero where none could be read.
+    /// The header last read; all zero where none could be read.
     const ScanFileHeader_s& Header() const { return header_; }
     /// Takes another header for the file's own, to bound the records and to compare the CRC with.
     void UseHeader(const ScanFileHeader_s& header) { header_ = header; }

@@ -46,6 +46,21 @@ std::uint32_t ScanFileSettings::Flags() const {
            (bypass ? kFlagBypass : 0U);
 }
 
+ScanFileHeader_s ScanFileSettings::Header() const {
+    ScanFileHeader_s header{};
+    header.signature = header.trailerSignature = kScanFileSignature;
+    header.headerVersion = kScanFileVersion;
+    header.headerRevision = kScanFileRevision;
+    header.poolBlocks = poolBlocks;
+    header.compressionLevel = level;
+    header.versionMajor = gSCANVersionMajor;
+    header.versionMinor = gSCANVersionMinor;
+    for (std::size_t i = 0; i < poolName.size(); ++i) {
+        header.poolName[i] = static_cast<unsigned char>(poolName[i]);
+    }
+    return header;
+}
+
 std::optional<std::string> ScanFileSettings::FileName(std::uint32_t fileNumber, bool zsb) const {
     if (setNumber < 0 || setNumber > kMaxSetNumber || fileNumber > kMaxFileNumber) {
         return std::nullopt;

@@ -25,6 +25,9 @@ struct ScanFileSettings {
     /// The flags that every file of the set carries.
     std::uint32_t Flags() const;
 
+    /// A header with the fields that are the same in all files of the set, but for the scan ID.
+    ScanFileHeader_s Header() const;
+
     /// The name of a file of the set, ".ZSB" or else ".ZRB"; none when a number is more than a name
     /// can hold.
     std::optional<std::string> FileName(std::uint32_t fileNumber, bool zsb) const;

@@ -1,7 +1,5 @@
 #include "util/common/scanFileWriter.h"
 
-#include <zlib.h>
-
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -30,9 +28,15 @@ GUID_t NewScanID() {
 
 }  // namespace
 
-ScanFileWriter::ScanFileWriter(ScanFileSettings settings) : settings_(std::move(settings)) {
+std::uint32_t CloseReasons::Flags() const {
+    return (lastFile ? kFlagLastFile : 0U) | (userStop ? kFlagUserStop : 0U) |
+           (stateChange ? kFlagStateChange : 0U) | (fourth ? kFlagFourthCondition : 0U);
+}
+
+ScanFileWriter::ScanFileWriter(ScanFileSettings settings)
+    : settings_(std::move(settings)),
+      scanID_(settings_.scanID.has_value() ? *settings_.scanID : NewScanID()) {
     settings_.Check();
-    scanID_ = settings_.scanID.has_value() ? *settings_.scanID : NewScanID();
     if (settings_.compress) {
         deflater_ = std::make_unique<Deflater>(settings_.level);
     }
@@ -90,26 +94,15 @@ int ScanFileWriter::Create(bool zsb) {
 }
 
 void ScanFileWriter::FillInHeader(std::uint32_t flags) {
-    header_ = {};
-    header_.signature = kScanFileSignature;
-    header_.headerVersion = kScanFileVersion;
-    header_.headerRevision = kScanFileRevision;
+    header_ = settings_.Header();
     header_.createTime = createTime_;
     header_.closeTime = closeTime_;
     header_.scanID = scanID_;
-    header_.poolBlocks = settings_.poolBlocks;
     header_.fileEof = end_;
     header_.dataBytes = dataBytes_;
     header_.crc = crc_;
     header_.flags = flags;
     header_.fileNumber = fileNumber_;
-    header_.compressionLevel = settings_.level;
-    header_.versionMajor = gSCANVersionMajor;
-    header_.versionMinor = gSCANVersionMinor;
-    for (std::size_t i = 0; i < settings_.poolName.size(); ++i) {
-        header_.poolName[i] = static_cast<unsigned char>(settings_.poolName[i]);
-    }
-    header_.trailerSignature = kScanFileSignature;
 }
 
 /// Writes at an offset of the file; what fails is logged as `what`.
@@ -156,31 +149,18 @@ int ScanFileWriter::Compress(const unsigned char* data, unsigned long length) {
     if (!IsOpen() || deflater_ == nullptr) {
         return zERR_INVALID_STATE;
     }
-    deflater_->Offer({data, length});
-    for (;;) {
-        const int result = deflater_->Run(Z_NO_FLUSH);
-        if (deflater_->OutputFull()) {
-            const int status = WriteCompressorOutput();
-            if (status != 0) {
-                return status;
-            }
-        } else if (result != Z_OK && result != Z_BUF_ERROR) {
-            LogLine() << "util/common/zsbFile[323] Deflate error: " << result << '\n';
-            return Failed(result);
-        } else if (deflater_->InputConsumed()) {
-            return 0;
-        }
-    }
+    const int result =
+        deflater_->Compress({data, length}, [this](auto output) { return WriteOutput(output); });
+    return result == 0 ? 0 : Failed(result);
 }
 
-int ScanFileWriter::WriteCompressorOutput() {
-    const std::span<unsigned char> output = deflater_->Output();
+/// Writes the compressor's output; the reason why it cannot is recorded and logged.
+int ScanFileWriter::WriteOutput(std::span<const unsigned char> output) {
     const int status = WriteData(output.data(), output.size());
     if (status != 0) {
         Failed(status);
         return kOutputNotWritten;
     }
-    deflater_->EmptyOutput();
     return 0;
 }
 
@@ -211,30 +191,15 @@ void ScanFileWriter::ReachEnd(std::uint64_t offset) {
     }
 }
 
-int ScanFileWriter::FinishStream() {
-    for (int result = Z_OK; result != Z_STREAM_END;) {
-        result = deflater_->Run(Z_FINISH);
-        if (result != Z_OK && result != Z_STREAM_END) {
-            LogLine() << " Deflate should report Z_STREAM_END instead " << result << '\n';
-            return result;
-        }
-        if (!deflater_->Output().empty()) {
-            const int status = WriteCompressorOutput();
-            if (status != 0) {
-                return status;
-            }
-        }
-    }
-    return 0;
-}
-
 int ScanFileWriter::Flush() {
     if (!IsOpen()) {
         return zERR_INVALID_STATE;
     }
-    const int status = deflater_ != nullptr ? FinishStream() : 0;
-    if (status != 0) {
-        return status;
+    if (deflater_ != nullptr) {
+        const int status = deflater_->Finish([this](auto output) { return WriteOutput(output); });
+        if (status != 0) {
+            return status;
+        }
     }
     const int error = stream_.Flush();
     return error == 0 ? 0 : LogSystemError("STATUS ZSBFile::DataWriteFlush()", error);
@@ -248,6 +213,7 @@ int ScanFileWriter::EndCompression() {
     if (status != 0) {
         Failed(status);
     }
+    // Whatever became of this file, the next begins a stream of its own.
     const int result = deflater_->Reset();
     if (result != Z_OK) {
         LogLine() << "deflateReset error: " << result << '\n';
@@ -278,13 +244,6 @@ std::uint64_t ScanFileWriter::RecordsOfAFullFile() const {
     return (settings_.sizeLimit + kRecordSize - 1 - kScanFileHeaderSize) / kRecordSize;
 }
 
-std::uint32_t ScanFileWriter::CloseFlags(const CloseReasons& reasons) const {
-    return settings_.Flags() | (firstError_ != 0 ? kFlagError : 0U) |
-           (reasons.lastFile ? kFlagLastFile : 0U) | (reasons.userStop ? kFlagUserStop : 0U) |
-           (reasons.stateChange ? kFlagStateChange : 0U) |
-           (reasons.fourth ? kFlagFourthCondition : 0U);
-}
-
 int ScanFileWriter::CloseStream() {
     int status = 0;
     for (const int error : {stream_.Flush(), stream_.Close()}) {
@@ -303,9 +262,11 @@ int ScanFileWriter::Close(const CloseReasons& reasons, unsigned long* crcOut) {
     }
     // What failed before the close has been told, and fails the end of the stream again.
     const bool told = failed_;
+    // The end of the stream comes first: it moves the file's end, and may set the error flag, both
+    // of which the header tells.
     const int streamStatus = deflater_ != nullptr ? EndCompression() : 0;
     closeTime_ = UTCSeconds();
-    FillInHeader(CloseFlags(reasons));
+    FillInHeader(settings_.Flags() | reasons.Flags() | (firstError_ != 0 ? kFlagError : 0U));
     const int headerStatus = WriteHeader();
     if (headerStatus == 0 && crcOut != nullptr) {
         *crcOut = crc_;

@@ -19,6 +19,9 @@ struct CloseReasons {
     bool userStop = false;
     bool stateChange = false;
     bool fourth = false;
+
+    /// The flags that tell them.
+    std::uint32_t Flags() const;
 };
 
 /// Writes a numbered set of scan files: create the next file, append records until it is full,
@@ -69,11 +72,14 @@ class ScanFileWriter {
 
     /// Builds the header image of the file last created.
     void FillInHeader(std::uint32_t flags);
+    /// Writes that image to the front of the file.
     int WriteHeader();
+    /// The image last built; all zero before the first file.
     const ScanFileHeader_s& Header() const { return header_; }
 
     /// Keeps the first error of the current file, which marks its header.
     void RecordError(int status);
+    /// Forgets it, and that it was told.
     void ClearError();
 
     /// Whether the file last created has reached the size limit.
@@ -90,13 +96,11 @@ class ScanFileWriter {
     void Begin();
     int WriteAt(std::uint64_t offset, std::span<const unsigned char> bytes, const char* what);
     int Failed(int status);
-    int WriteCompressorOutput();
-    int FinishStream();
-    std::uint32_t CloseFlags(const CloseReasons& reasons) const;
+    int WriteOutput(std::span<const unsigned char> output);
     int CloseStream();
 
     const ScanFileSettings settings_;
-    GUID_t scanID_{};
+    const GUID_t scanID_;
     std::string prefix_;
     std::unique_ptr<Deflater> deflater_;  // only when compressing
     std::uint32_t fileNumber_ = 0;        // of the next file to create, until it is closed

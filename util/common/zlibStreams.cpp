@@ -36,13 +36,56 @@ int Deflater::Run(int flush) {
     return deflate(&stream_, input_.empty() ? flush : Z_NO_FLUSH);
 }
 
-std::span<unsigned char> Deflater::Output() {
+std::span<const unsigned char> Deflater::Output() const {
     return {output_.data(), output_.size() - stream_.avail_out};
 }
 
 void Deflater::EmptyOutput() {
     stream_.next_out = output_.data();
     stream_.avail_out = static_cast<uInt>(output_.size());
+}
+
+int Deflater::HandOver(const Sink& sink) {
+    const int status = sink(Output());
+    if (status == 0) {
+        EmptyOutput();
+    }
+    return status;
+}
+
+int Deflater::Compress(std::span<const unsigned char> data, const Sink& sink) {
+    Offer(data);
+    for (;;) {
+        const int result = Run(Z_NO_FLUSH);
+        // A full buffer comes before the result: zlib calls it an error to be run without room.
+        if (OutputFull()) {
+            const int status = HandOver(sink);
+            if (status != 0) {
+                return status;
+            }
+        } else if (result != Z_OK && result != Z_BUF_ERROR) {
+            LogLine() << "util/common/zsbFile[323] Deflate error: " << result << '\n';
+            return result;
+        } else if (InputConsumed()) {
+            return 0;
+        }
+    }
+}
+
+int Deflater::Finish(const Sink& sink) {
+    for (int result = Z_OK; result != Z_STREAM_END;) {
+        result = Run(Z_FINISH);
+        if (result != Z_OK && result != Z_STREAM_END) {
+            LogLine() << " Deflate should report Z_STREAM_END instead " << result << '\n';
+            return result;
+        }
+        // The last bytes come together with the stream's end.
+        const int status = Output().empty() ? 0 : HandOver(sink);
+        if (status != 0) {
+            return status;
+        }
+    }
+    return 0;
 }
 
 int Deflater::Reset() {

@@ -29,6 +29,7 @@ class ZSBFile {
     ZSBFile(const char* zsbFilePath, const std::string* givenPoolName, bool bypassing,
             const GUID_t* givenScanID, bool compressing, int set, unsigned long long blocks,
             int compSpeed, unsigned long long sizeLimit);
+    /// The same of a set whose settings are named.
     explicit ZSBFile(ScanFileSettings settings);
 
     /// For a set that is only read; its pool name is checked and not used. Throws as the
@@ -44,6 +45,7 @@ class ZSBFile {
     /// Puts a prefix of at most 31 characters before the names of the files created from now on;
     /// returns the stored one. A longer one throws std::invalid_argument.
     const char* AppendNameSet(const char* text);
+    /// Takes the prefix away again.
     void AppendNameClear();
 
     /// Creates the next file of the set (".ZSB", else ".ZRB"). `zERR_INVALID_STATE` while a file is
@@ -53,6 +55,7 @@ class ZSBFile {
 
     /// Appends one record.
     int QuadAndBlockWrite(const QuadAndBlock_s* record);
+    /// Appends bytes of records, which need not be whole ones.
     int ByteStreamWrite(const unsigned char* data, unsigned long length) {
         return writer_.Append(data, length);
     }
@@ -66,15 +69,18 @@ class ZSBFile {
         return writer_.Compress(record, kRecordSize);
     }
 
+    /// Writes bytes as they are at the data offset, and moves it.
     int DataWrite(const unsigned char* data, unsigned long length) {
         return writer_.WriteData(data, length);
     }
+    /// Moves the data offset, and the file's end with it; an offset before the end is logged.
     void DataWriteOffsetUpdate(unsigned long length);
     /// Ends the compressed stream, if there is one, and flushes the file.
     int DataWriteFlush() { return writer_.Flush(); }
 
     /// Builds the header image from the members; returns 0.
     int HeaderFillIn(unsigned long flags);
+    /// Writes the header image to the front of the file being created.
     int HeaderWrite() { return writer_.WriteHeader(); }
 
     /// Whether the current file has reached the size limit.
@@ -91,12 +97,14 @@ class ZSBFile {
     int CreateClose(bool lastFile, bool userStop, bool stateChange, bool fourth,
                     unsigned long* crcOut);
 
-    /// Keeps the first error of the current file.
+    /// Keeps the first error of the current file, which marks its header.
     void QuadAndBlockErrorSet(int status) { writer_.RecordError(status); }
+    /// Forgets it.
     void QuadAndBlockErrorClear() { writer_.ClearError(); }
 
     /// Copies the 660-byte header image; returns 0.
     int CopyZSBHeader(ScanFileHeader_s* out) const;
+    /// Copies the header image's scan ID.
     void SFHGet_ScanID(GUID_t* out) const;
 
     /// Whether a current file has been named.
@@ -134,9 +142,11 @@ class ZSBFile {
     /// Opens the file of the set that `OpenNext` has come to, with a mode of `OpenMode`; the
     /// numbers are only checked for what a name can hold (`zERR_BAD_PARAMETER_VALUE`).
     int Open(int mode, int file, int set);
+    /// Opens the next file of the set; the first is number 0 of set 0.
     int OpenNext(int mode);
     /// Closes the file and goes on to the next number.
     int OpenNextClose();
+    /// Closes the file that is open for reading.
     int OpenClose() { return reader_.Close(); }
 
     /// Reads the header and tells whether it is one: `zERR_END_OF_FILE` for a file too short,
@@ -173,7 +183,9 @@ class ZSBFile {
     /// Reading of single records by an offset that `QuadAndBlockRead` reported:
     /// `zERR_COMPRESSION_NOT_ENABLED` for a compressed file, whose records have none.
     int RandomOpen(const std::string& path);
+    /// Reads the record at `offset` (bytes from the file's start).
     int RandomRead(unsigned offset, QuadAndBlock_s* out) { return reader_.ReadAt(offset, out); }
+    /// The same as `OpenClose`.
     int RandomClose() { return OpenClose(); }
 
     /// Header flag 0x002 of the current file, 0 without one.
@@ -200,7 +212,7 @@ class ZSBFile {
     ScanFileReader reader_;
     bool read_ = false;  // the file that stands was opened, not created
     bool trace = false;
-    std::string ZF_Path;
+    const std::string ZF_Path;
     std::string fullName;
     bool nameValid = false;
     bool isZSB = true;

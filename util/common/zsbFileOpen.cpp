@@ -98,6 +98,7 @@ int ZSBFile::OpenFirst(std::span<const char* const> patterns) {
             return status;
         }
     }
+    // Also a kind that was not there is kept: a set does not change its names on the way.
     namePattern = patterns.front();
     return zERR_ZID_NOT_FOUND;
 }
