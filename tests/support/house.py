@@ -117,11 +117,14 @@ ROOMS = (
         arguments
         badBlocksCommand
         blockNumbers
+        blockTypeNames
         checkCommand
         command
         commands
         failure
+        infoCommand
         json
+        listCommand
         logCommand
         main
         messages

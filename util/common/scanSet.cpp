@@ -50,46 +50,6 @@ void BlameFile(ScanSetFile& file, const char* code, const std::string& text) {
     file.problems.push_back({code, file.name.Text(), text});
 }
 
-/// What a file's header says against it.
-void JudgeHeader(const ScanFileWalk& walk, ScanSetFile& file) {
-    const auto blame = [&file](const char* code, const std::string& text) {
-        BlameFile(file, code, text);
-    };
-    if (walk.Ended() == ScanFileWalk::End::kUnreadable) {
-        blame(ScanCode::kUnreadable, std::strerror(walk.SystemError()));
-        return;
-    }
-    if (!walk.HasHeader()) {
-        blame(ScanCode::kShortHeader, "it has " + std::to_string(walk.FileBytes()) +
-                                          " bytes, and a header has " +
-                                          std::to_string(kScanFileHeaderSize));
-        return;
-    }
-    const ScanFileHeader_s& header = walk.Header();
-    if (header.signature != kScanFileSignature || header.trailerSignature != kScanFileSignature) {
-        blame(ScanCode::kBadSignature, "its header is not that of a scan file");
-    }
-    if (!walk.Believable()) {
-        return;
-    }
-    if (header.headerVersion < kScanFileOldestVersion || header.headerVersion > kScanFileVersion) {
-        blame(ScanCode::kBadVersion,
-              "its header is of version " + std::to_string(header.headerVersion));
-    }
-    if (walk.NeverClosed()) {
-        blame(ScanCode::kNeverClosed, "it was never closed: the save that wrote it died");
-    }
-    if ((header.flags & kFlagUserStop) != 0) {
-        blame(ScanCode::kStopped, "its save was stopped");
-    }
-    if ((header.flags & kFlagStateChange) != 0) {
-        blame(ScanCode::kStateChange, "a change of the pool's state ended its save");
-    }
-    if ((header.flags & kFlagError) != 0) {
-        blame(ScanCode::kWriteError, "its save met an error when it wrote the file");
-    }
-}
-
 std::string FileRange(std::uint32_t first, std::uint32_t last) {
     return first == last
                ? "file " + std::to_string(first) + " is missing"
@@ -111,6 +71,47 @@ std::vector<std::string> FlagWords(std::uint32_t flags, std::uint32_t closeTime)
     return words;
 }
 
+std::vector<ScanProblem> HeaderProblems(const ScanFileWalk& walk, const std::string& name) {
+    std::vector<ScanProblem> problems;
+    const auto blame = [&](const char* code, const std::string& text) {
+        problems.push_back({code, name, text});
+    };
+    if (walk.Ended() == ScanFileWalk::End::kUnreadable) {
+        blame(ScanCode::kUnreadable, std::strerror(walk.SystemError()));
+        return problems;
+    }
+    if (!walk.HasHeader()) {
+        blame(ScanCode::kShortHeader, "it has " + std::to_string(walk.FileBytes()) +
+                                          " bytes, and a header has " +
+                                          std::to_string(kScanFileHeaderSize));
+        return problems;
+    }
+    const ScanFileHeader_s& header = walk.Header();
+    if (header.signature != kScanFileSignature || header.trailerSignature != kScanFileSignature) {
+        blame(ScanCode::kBadSignature, "its header is not that of a scan file");
+    }
+    if (!walk.Believable()) {
+        return problems;
+    }
+    if (header.headerVersion < kScanFileOldestVersion || header.headerVersion > kScanFileVersion) {
+        blame(ScanCode::kBadVersion,
+              "its header is of version " + std::to_string(header.headerVersion));
+    }
+    if (walk.NeverClosed()) {
+        blame(ScanCode::kNeverClosed, "it was never closed: the save that wrote it died");
+    }
+    if ((header.flags & kFlagUserStop) != 0) {
+        blame(ScanCode::kStopped, "its save was stopped");
+    }
+    if ((header.flags & kFlagStateChange) != 0) {
+        blame(ScanCode::kStateChange, "a change of the pool's state ended its save");
+    }
+    if ((header.flags & kFlagError) != 0) {
+        blame(ScanCode::kWriteError, "its save met an error when it wrote the file");
+    }
+    return problems;
+}
+
 ScanSet::ScanSet(ScanSetListing listing) : listing_(std::move(listing)) {
     for (const ScanFileName& name : listing_.names) {
         const ScanFileWalk walk(listing_.folder + name.Text());
@@ -120,7 +121,7 @@ ScanSet::ScanSet(ScanSetListing listing) : listing_(std::move(listing)) {
             strays_.push_back(std::move(file));
             continue;
         }
-        JudgeHeader(walk, file);
+        file.problems = HeaderProblems(walk, name.Text());
         files_.push_back(std::move(file));
     }
     PartStrays();

@@ -10,6 +10,8 @@
 #include "util/common/scanProblem.h"
 #include "util/common/scanSetNames.h"
 
+class ScanFileWalk;
+
 /// A file of a set, as its name and its header tell.
 struct ScanSetFile {
     ScanFileName name;
@@ -32,6 +34,9 @@ struct ScanSetFile {
 /// The stable words for a file's header flags, among them "never-closed" for one without a time of
 /// its close.
 std::vector<std::string> FlagWords(std::uint32_t flags, std::uint32_t closeTime);
+
+/// What the header of a file speaks against it, or that it has none. `name` is the file's in them.
+std::vector<ScanProblem> HeaderProblems(const ScanFileWalk& walk, const std::string& name);
 
 /// A set of scan files, as their names and headers tell: which files belong to it, in their order,
 /// what they have in common, and what of that is wrong. The records are not looked at;

@@ -5,6 +5,8 @@
 #define ZSBTOOL_COMMANDS(command) \
     command(kBadBlocksCommand) \
     command(kCheckCommand) \
+    command(kInfoCommand) \
+    command(kListCommand) \
     command(kLogCommand) \
     command(kStatusCommand)
 // clang-format on

@@ -34,6 +34,18 @@ void PutFile(JsonDocument& json, const ScanSetFile& file, std::uint64_t records,
     json.EndObject();
 }
 
+void PutSummary(Output& out, const CheckedSet& checked) {
+    if (const ScanSetFile* model = checked.set.Model()) {
+        out << "pool " << Printable(model->poolName) << ", " << Counted(model->poolBlocks, "block")
+            << ", saved " << TimeText(model->createTime) << "\n";
+    }
+    out << Counted(checked.set.Files().size(), "file") << ", "
+        << Counted(checked.report.records, "record") << ", " << ReadableSize(checked.set.Bytes())
+        << "\n";
+}
+
+}  // namespace
+
 void PutProblems(JsonDocument& json, const char* name, const std::vector<ScanProblem>& problems) {
     json.BeginList(name);
     for (const ScanProblem& problem : problems) {
@@ -46,30 +58,19 @@ void PutProblems(JsonDocument& json, const char* name, const std::vector<ScanPro
     json.EndList();
 }
 
-void PutSummary(Output& out, const CheckedSet& checked) {
-    if (const ScanSetFile* model = checked.set.Model()) {
-        out << "pool " << Printable(model->poolName) << ", " << Counted(model->poolBlocks, "block")
-            << ", saved " << TimeText(model->createTime) << "\n";
-    }
-    out << Counted(checked.set.Files().size(), "file") << ", "
-        << Counted(checked.report.records, "record") << ", " << ReadableSize(checked.set.Bytes())
-        << "\n";
-}
-
-void PutFindings(Output& out, const Painter& paint, const ScanSetReport& report) {
+void PutProblems(Output& out, const Painter& paint, const std::vector<ScanProblem>& problems,
+                 const std::vector<ScanProblem>& warnings) {
     Table table({{""}, {"code"}, {"file"}, {"what"}});
-    for (const ScanProblem& problem : report.problems) {
+    for (const ScanProblem& problem : problems) {
         table.Row({{"problem", Tone::kBad}, problem.code, problem.file, problem.text});
     }
-    for (const ScanProblem& warning : report.warnings) {
+    for (const ScanProblem& warning : warnings) {
         table.Row({{"warning", Tone::kWarning}, warning.code, warning.file, warning.text});
     }
     if (!table.Empty()) {
         table.Write(out, paint);
     }
 }
-
-}  // namespace
 
 std::string Verdict(const ScanSetReport& report) {
     return report.Restorable() ? "restorable"
@@ -104,7 +105,7 @@ void PutCheckedSet(JsonDocument& json, const CheckedSet& checked) {
 
 void PutCheckedSet(Output& out, const Painter& paint, const CheckedSet& checked) {
     PutSummary(out, checked);
-    PutFindings(out, paint, checked.report);
+    PutProblems(out, paint, checked.report.problems, checked.report.warnings);
     out << paint(VerdictTone(checked.report), Verdict(checked.report)) << "\n";
 }
 

@@ -21,6 +21,13 @@ std::string Verdict(const ScanSetReport& report);
 /// The tone for that.
 Tone VerdictTone(const ScanSetReport& report);
 
+/// Writes a list of problems or warnings as a member of the open object.
+void PutProblems(JsonDocument& json, const char* name, const std::vector<ScanProblem>& problems);
+
+/// Writes problems and warnings as a table; nothing where there are none.
+void PutProblems(Output& out, const Painter& paint, const std::vector<ScanProblem>& problems,
+                 const std::vector<ScanProblem>& warnings);
+
 /// Writes the members of the open object that tell of a set.
 void PutCheckedSet(JsonDocument& json, const CheckedSet& checked);
 

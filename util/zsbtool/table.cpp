@@ -78,11 +78,14 @@ std::vector<std::size_t> Table::Widths() const {
 void Table::Write(Output& out, const Painter& paint) const {
     const std::vector<std::size_t> widths = Widths();
     const auto write = [&](const std::vector<Cell>& row) {
+        std::string line;
         for (std::size_t i = 0; i < row.size(); ++i) {
             const bool last = i + 1 == row.size();
-            out << Padded(row[i], columns_[i], widths[i], last, paint)
-                << (last ? "\n" : std::string(kGap, ' '));
+            line += Padded(row[i], columns_[i], widths[i], last, paint);
+            line += std::string(last ? 0 : kGap, ' ');
         }
+        line.erase(line.find_last_not_of(' ') + 1);  // the last cells may be empty
+        out << line << "\n";
     };
     std::vector<Cell> headings;
     for (const Column& column : columns_) {
