@@ -6,6 +6,7 @@ import ostrelscan
 import poolTypes
 import saving
 import scanset
+import signalled
 from layout import PAUSE, layout, progress_rows, running_rows, shows_blocks, table_rows
 
 
@@ -251,10 +252,11 @@ def test_an_interrupt_gives_the_terminal_back(tmp_path):
     with saving.in_shell(argv, tmp_path) as terminal:
         feed.open()
         terminal.wait_for(shows_blocks(0), timeout=30)
+        tool = signalled.Run(terminal, tmp_path)
         terminal.send("\x03")
+        signalled.wait_for_the_first(tool.pid)
         feed.close()
-        terminal.wait_exit(60)
-        run = saving.outcome(terminal, tmp_path)
+        run = tool.end()
     assert run.status == 1
     assert run.restored
     assert run.picture.rows[0].startswith(" Scanning 3 blocks")

@@ -87,7 +87,7 @@ def test_the_summary_of_a_stopped_save_stands_in_its_record(held, sample, tmp_pa
 def test_an_interrupt_by_its_key_ends_a_save(held, sample, tmp_path):
     with held(sample, MIDDLE) as (run, disk):
         run.terminal.send("\x03")
-        signalled.eventually(lambda: signalled.signal_set(run.pid, "ShdPnd") == set())
+        signalled.wait_for_the_first(run.pid)
         disk.go_on()
         run.terminal.wait_exit(60)
         signalled.assert_ended(saving.outcome(run.terminal, tmp_path), signal.SIGINT)

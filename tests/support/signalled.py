@@ -57,6 +57,18 @@ def wait_until_taken(pid):
     eventually(lambda: not signal_set(pid, "ShdPnd") and watching_threads(pid))
 
 
+def wait_for_the_first(pid):
+    """Waits until the tool has taken a signal that a key makes, on its way through the terminal: the
+    event descriptor has counted it then."""
+    def counted():
+        files = pathlib.Path(f"/proc/{pid}/fdinfo").glob("*")
+        counts = [line.split()[1] for file in files
+                  for line in file.read_text(encoding="ascii").splitlines()
+                  if line.startswith("eventfd-count:")]
+        return any(int(count, 16) for count in counts)
+    eventually(counted)
+
+
 def send(pid, number):
     """Sends a signal that the tool survives."""
     os.kill(pid, number)
@@ -88,11 +100,12 @@ class Run:
         self.folder = pathlib.Path(folder)
         shell = terminal.child.pid
         children = pathlib.Path(f"/proc/{shell}/task/{shell}/children")
-        eventually(lambda: children.read_text(encoding="ascii").split() and self._watches(children))
+        eventually(lambda: self._watches(children.read_text(encoding="ascii").split()))
 
     def _watches(self, children):
-        self.pid = int(children.read_text(encoding="ascii").split()[0])
-        return watching_threads(self.pid)
+        """Whether the shell's child is the tool by now: it has others before, for a moment."""
+        self.pid = int(children[0]) if children else None
+        return children and watching_threads(self.pid)
 
     @property
     def log(self):

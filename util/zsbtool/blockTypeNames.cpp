@@ -1,7 +1,6 @@
 #include "util/zsbtool/blockTypeNames.h"
 
-#include <strings.h>
-
+#include "util/common/ascii.h"
 #include "util/common/blockTypes.h"
 #include "util/zsbtool/failure.h"
 #include "util/zsbtool/text.h"
@@ -21,7 +20,7 @@ std::optional<std::string> MagicText(unsigned type) {
 
 unsigned ParseBlockType(const std::string& text) {
     for (unsigned type = 0; type < kBlockTypeCount; ++type) {
-        if (text == MagicText(type) || strcasecmp(text.c_str(), kBlockTypes[type].name) == 0) {
+        if (text == MagicText(type) || Ascii::EqualIgnoringCase(text, kBlockTypes[type].name)) {
             return type;
         }
     }

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <optional>
 
 #include "util/common/blockTypes.h"

@@ -169,9 +169,15 @@ TEST_P(EitherDamagedSet, IsFoundWhicheverByteOfItsDataIsFlipped) {
             static_cast<char>(static_cast<unsigned char>(image.Bytes()[offset]) ^ mask);
         ASSERT_EQ(pwrite(file.Get(), &byte, 1, static_cast<off_t>(offset)), 1);
     };
+    // In the last byte before a stream's checksum the upper bits may stand behind the last code,
+    // and mean nothing.
+    const std::size_t lastCodes = image.Size() - 5;
     for (std::size_t offset = 660; offset < image.Size(); offset += kStep) {
         for (const unsigned mask :
              GetParam() ? std::vector{0x01U, 0x80U, 0xFFU} : std::vector{1U}) {
+            if (GetParam() && offset == lastCodes && mask == 0x80U) {
+                continue;
+            }
             put(offset, mask);
             ASSERT_FALSE(Codes().empty()) << offset << " with " << mask;
         }
