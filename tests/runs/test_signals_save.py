@@ -25,6 +25,7 @@ def held(fault_loop, tmp_path):
         with fault_loop(pool.path, tmp_path / "disk", f"pause={block}") as (device, disk), \
                 signalled.running(saving.arguments(device, *options), tmp_path) as run:
             disk.wait_for_pause()
+            signalled.wait_until_stuck(run.pid)
             yield run, disk
             disk.go_on()
     return start
@@ -200,6 +201,7 @@ def test_signals_that_were_ignored_at_the_start_stay_ignored(fault_loop, sample,
     with fault_loop(sample.path, tmp_path / "disk", f"pause={MIDDLE}") as (device, disk), \
             screen.Terminal([*argv, *saving.arguments(device)], cwd=tmp_path) as terminal:
         disk.wait_for_pause()
+        signalled.wait_until_stuck(terminal.child.pid)
         for number in [*SIGNALS, signal.SIGQUIT]:
             os.kill(terminal.child.pid, number)
         terminal.send("\x03")

@@ -43,6 +43,7 @@ def test_a_save_whose_terminal_goes_away_ends_closed(fault_loop, sample, tmp_pat
                             cwd=tmp_path) as terminal:
         disk.wait_for_pause()
         pid = terminal.child.pid
+        signalled.wait_until_stuck(pid)
         hang_up(terminal)
         signalled.wait_until_taken(pid)
         # A shell tells its jobs of the end that the kernel tells them of too.

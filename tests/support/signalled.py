@@ -75,6 +75,16 @@ def send(pid, number):
     wait_until_taken(pid)
 
 
+def wait_until_stuck(pid):
+    """Waits until a thread of the tool waits for its disk, again and again: the disk may stand still
+    for a block that was read ahead."""
+    def waits():
+        states = [path.read_text(encoding="ascii").rpartition(")")[2].split()[0]
+                  for path in pathlib.Path(f"/proc/{pid}/task").glob("*/stat")]
+        return "D" in states
+    eventually(lambda: all(waits() for _ in range(10) if time.sleep(0.01) is None))
+
+
 def is_stuck_writing(pid):
     """Whether the operator thread waits, again and again, for somebody to take what it writes."""
     def writes():
