@@ -55,12 +55,15 @@ def _backing_file(device):
 
 def _detach(device, backing):
     """The device may be another worker's as soon as it is free, so it is detached only while the
-    image is still behind it; the kernel waits for the last user by itself."""
+    image is still behind it, and once: the kernel waits for the last user by itself."""
+    told = False
     def gone():
         return _backing_file(device) != backing
     def detached():
-        if not gone():
-            subprocess.run(["losetup", "-d", device], capture_output=True, check=False)
+        nonlocal told
+        if not told and not gone():
+            done = subprocess.run(["losetup", "-d", device], capture_output=True, check=False)
+            told = done.returncode == 0
         return gone()
     if not _wait_until(detached):
         raise OSError(f"{device} is still in use")
