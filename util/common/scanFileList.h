@@ -42,8 +42,8 @@ extern ScanFileFacts SFF_Unreferenced;
 
 /// The cursor of a walk over a list; a walk goes from the newest entry to the oldest.
 struct SFL_Key {
-    // NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
     /// At the newest of `count` entries.
+    // NOLINTNEXTLINE(bugprone-easily-swappable-parameters): a fixed signature
     SFL_Key(int walkMode, int count) : mode(walkMode), index(count - 1) {}
 
     int mode;   ///< kept, not used

@@ -58,6 +58,7 @@ std::string FileRange(std::uint32_t first, std::uint32_t last) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): as a header names them
 std::vector<std::string> FlagWords(std::uint32_t flags, std::uint32_t closeTime) {
     std::vector<std::string> words;
     for (const FlagWord& row : kFlagWords) {

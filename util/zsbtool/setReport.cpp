@@ -58,6 +58,7 @@ void PutProblems(JsonDocument& json, const char* name, const std::vector<ScanPro
     json.EndList();
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): in the order of the table
 void PutProblems(Output& out, const Painter& paint, const std::vector<ScanProblem>& problems,
                  const std::vector<ScanProblem>& warnings) {
     Table table({{""}, {"code"}, {"file"}, {"what"}});
