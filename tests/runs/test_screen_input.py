@@ -114,6 +114,24 @@ def test_the_pause_ends_with_the_end_of_standard_input(pool, pool_device, tmp_pa
     assert run.log_run.closed
 
 
+# Output that goes elsewhere
+
+
+@pytest.mark.parametrize("redirect, key", [(">out", "x"), (">out 2>err", "x\n"), (">&-", "x")])
+def test_a_pause_that_nobody_sees_still_waits_for_its_key(pool, pool_device, tmp_path, redirect,
+                                                          key):
+    with pool_device(pool(size="1M")) as device, \
+            saving.in_shell(saving.arguments(device), tmp_path, redirect=redirect) as terminal:
+        log = tmp_path / ostrelscan.LOG_NAME
+        terminal.wait_for(lambda _: log.exists() and "DumpScanHistory Done" in log.read_text(),
+                          timeout=60)
+        assert terminal.pump(0.5), "the pause has ended by itself"
+        terminal.send(key)
+        terminal.wait_exit(60)
+        run = saving.outcome(terminal, tmp_path)
+    assert (run.status, run.restored) == (0, True)
+
+
 # Restores
 
 

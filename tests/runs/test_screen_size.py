@@ -75,10 +75,10 @@ def folder(tmp_path):
     return folder
 
 
-def restore_on(folder, *options):
-    argv = [ostrelscan.tool(), "--bypass-ostrel", "--validation-skip",
-            *restoring.arguments("device", *options, pool="data")]
-    return screen.Terminal(argv, cwd=folder)
+def restore_on(folder, *, before=(), **how):
+    argv = [*before, ostrelscan.tool(), "--bypass-ostrel", "--validation-skip",
+            *restoring.arguments("device", pool="data")]
+    return screen.Terminal(argv, cwd=folder, **how)
 
 
 def restore_rows(counts, files):
@@ -200,6 +200,20 @@ def test_a_save_ends_well_on_a_terminal_of_any_size(tmp_path, how):
         assert terminal.wait_exit(60) == 0
     file, = scanset.read_set(tmp_path)
     assert [number for number, _ in file.records] == [0, 1, 2]
+
+
+@pytest.mark.parametrize("how", [
+    {"rows": 1, "columns": 1}, {"rows": 500, "columns": 400}, {"before": NO_SIZE}],
+    ids=["1x1", "500x400", "0x0"])
+def test_a_restore_asks_and_ends_well_on_a_terminal_of_any_size(folder, how):
+    scanset.write_set(folder / "set", RECORDS, pool_name="DATA")
+    with restore_on(folder, **how) as terminal:
+        while terminal.bells == 0:  # where the question is not to be seen, it is to be heard
+            terminal.send(" ")
+            assert terminal.pump(0.1), "the run has ended"
+        terminal.send("y")
+        ended_by_a_key(terminal)
+    assert restoring.read_block(folder / "device", 5) == RECORDS[5][1]
 
 
 def test_the_pad_stands_in_the_corner_of_an_enormous_terminal(tmp_path):

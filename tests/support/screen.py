@@ -201,7 +201,7 @@ class Terminal:
         now = self.now()
         return self._screen.left[-1] if self._screen.left else now
 
-    def wait_for(self, wanted, timeout=10.0):
+    def wait_for(self, wanted, timeout=60.0):
         """Waits for a text, or for a picture that the function `wanted` accepts; returns it."""
         accepts = wanted if callable(wanted) else lambda picture: wanted in picture.text
         until = time.monotonic() + timeout
@@ -224,7 +224,7 @@ class Terminal:
         self._screen.resize(rows, columns)
         self.child.setwinsize(rows, columns)
 
-    def wait_exit(self, timeout=10.0):
+    def wait_exit(self, timeout=60.0):
         """Waits for the program's end; returns its exit status, or minus the signal's number."""
         if self.pump(timeout):
             raise AssertionError(f"still running; on screen:\n{self.now().text}")

@@ -19,17 +19,16 @@ bool LocaleHolds(wchar_t character) {
 
 /// What takes no column of its own must belong to the character before it: all else without a width
 /// steers the terminal, and could turn the order of what an operator reads.
-bool HasPlace(wchar_t character) {
-    const int columns = wcwidth(character);
-    const auto code = static_cast<wint_t>(character);
-    return columns > 0 ||
-           (columns == 0 && (iswalpha(code) != 0 || iswctype(code, wctype("combining")) != 0));
+bool HasPlace(wint_t character) {
+    const int columns = wcwidth(static_cast<wchar_t>(character));
+    return columns > 0 || (columns == 0 && (iswalpha(character) != 0 ||
+                                            iswctype(character, wctype("combining")) != 0));
 }
 
-wchar_t Shown(wchar_t character) {
-    const bool can = LocaleHolds(character) && iswprint(static_cast<wint_t>(character)) != 0 &&
-                     HasPlace(character);
-    return can ? character : kSubstitute;
+wchar_t Shown(wint_t character) {
+    const auto wide = static_cast<wchar_t>(character);
+    const bool can = LocaleHolds(wide) && iswprint(character) != 0 && HasPlace(character);
+    return can ? wide : kSubstitute;
 }
 
 }  // namespace
@@ -37,7 +36,7 @@ wchar_t Shown(wchar_t character) {
 ScreenCharacter FirstScreenCharacter(std::string_view text) {
     const Utf8Character utf8 = FirstUtf8Character(text);
     if (utf8.length != 0) {
-        return {Shown(static_cast<wchar_t>(utf8.code)), utf8.length};
+        return {Shown(utf8.code), utf8.length};
     }
     wchar_t character = 0;
     mbstate_t start{};
@@ -45,5 +44,5 @@ ScreenCharacter FirstScreenCharacter(std::string_view text) {
     if (length == 0 || length > text.size()) {  // also what marks an error
         return {kSubstitute, 1};
     }
-    return {Shown(character), length};
+    return {Shown(static_cast<wint_t>(character)), length};
 }
