@@ -98,7 +98,8 @@ StreamTransfer PositionedStream::Read(void* bytes, std::size_t size) {
 
 StreamTransfer PositionedStream::Write(const void* bytes, std::size_t size) {
     Turn(Direction::Write);
-    return Settle(std::fwrite(bytes, 1, size, stream_.get()), size);
+    // No bytes may have no address either, which the library does not allow.
+    return Settle(size == 0 ? 0 : std::fwrite(bytes, 1, size, stream_.get()), size);
 }
 
 StreamTransfer PositionedStream::ReadPastBuffer(std::uint64_t offset, void* bytes,

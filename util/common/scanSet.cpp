@@ -58,15 +58,14 @@ std::string FileRange(std::uint32_t first, std::uint32_t last) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): as a header names them
-std::vector<std::string> FlagWords(std::uint32_t flags, std::uint32_t closeTime) {
+std::vector<std::string> FlagWords(const ScanFileState& state) {
     std::vector<std::string> words;
     for (const FlagWord& row : kFlagWords) {
-        if ((flags & row.flag) != 0) {
+        if ((state.flags & row.flag) != 0) {
             words.emplace_back(row.word);
         }
     }
-    if (closeTime == 0) {
+    if (state.closeTime == 0) {
         words.emplace_back("never-closed");
     }
     return words;

@@ -31,9 +31,15 @@ struct ScanSetFile {
     bool Last() const { return (flags & kFlagLastFile) != 0; }
 };
 
+/// What a file's header says of how it was written and closed.
+struct ScanFileState {
+    std::uint32_t flags;
+    std::uint32_t closeTime;  ///< 0 for one that was never closed
+};
+
 /// The stable words for a file's header flags, among them "never-closed" for one without a time of
 /// its close.
-std::vector<std::string> FlagWords(std::uint32_t flags, std::uint32_t closeTime);
+std::vector<std::string> FlagWords(const ScanFileState& state);
 
 /// What the header of a file speaks against it, or that it has none. `name` is the file's in them.
 std::vector<ScanProblem> HeaderProblems(const ScanFileWalk& walk, const std::string& name);

@@ -57,7 +57,7 @@ void VisitFields(const ScanFileHeader_s& header, const Visit& visit) {
     visit("fileEof", std::uint64_t{header.fileEof});
     visit("dataBytes", std::uint64_t{header.dataBytes});
     visit("crc", std::uint32_t{header.crc});
-    visit("flags", FlagWords(header.flags, header.closeTime));
+    visit("flags", FlagWords({.flags = header.flags, .closeTime = header.closeTime}));
     visit("fileNumber", std::uint32_t{header.fileNumber});
     visit("compressionLevel", std::int32_t{header.compressionLevel});
     visit("versionMajor", unsigned{header.versionMajor});
@@ -99,7 +99,8 @@ bool IsFolder(const std::string& path) {
 }
 
 std::vector<std::string> FlagsOf(const ScanSetFile& file) {
-    return file.believable ? FlagWords(file.flags, file.closeTime) : std::vector<std::string>();
+    return file.believable ? FlagWords({.flags = file.flags, .closeTime = file.closeTime})
+                           : std::vector<std::string>();
 }
 
 /// What a set's headers say in sum.
@@ -169,7 +170,7 @@ void PutSetTable(Output& out, const ScanSet& set, const std::vector<ScanProblem>
     }
     out << Counted(sums.files, "file") << ", " << Counted(sums.records, "record") << ", "
         << ReadableSize(sums.bytes) << "\n";
-    PutProblems(out, paint, problems, {});
+    PutProblems(out, paint, {.problems = problems, .warnings = {}});
 }
 
 class InfoCommand final : public Command {
@@ -237,7 +238,7 @@ class InfoCommand final : public Command {
             });
             table.Write(out, paint);
         }
-        PutProblems(out, paint, problems, {});
+        PutProblems(out, paint, {.problems = problems, .warnings = {}});
     }
 
     std::string path_;

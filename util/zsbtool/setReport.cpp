@@ -13,6 +13,7 @@ namespace {
 
 std::vector<std::string> CodesOf(const std::vector<ScanProblem>& problems) {
     std::vector<std::string> codes;
+    codes.reserve(problems.size());
     for (const ScanProblem& problem : problems) {
         codes.emplace_back(problem.code);
     }
@@ -28,8 +29,9 @@ void PutFile(JsonDocument& json, const ScanSetFile& file, std::uint64_t records,
     json.Member("records", records);
     json.Member("bytes", file.bytes);
     json.Member("compressed", file.Compressed());
-    json.Member("flags", file.believable ? FlagWords(file.flags, file.closeTime)
-                                         : std::vector<std::string>());
+    json.Member("flags", file.believable
+                             ? FlagWords({.flags = file.flags, .closeTime = file.closeTime})
+                             : std::vector<std::string>());
     json.Member("problems", CodesOf(problems));
     json.EndObject();
 }
@@ -58,14 +60,12 @@ void PutProblems(JsonDocument& json, const char* name, const std::vector<ScanPro
     json.EndList();
 }
 
-// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): in the order of the table
-void PutProblems(Output& out, const Painter& paint, const std::vector<ScanProblem>& problems,
-                 const std::vector<ScanProblem>& warnings) {
+void PutProblems(Output& out, const Painter& paint, const Findings& findings) {
     Table table({{""}, {"code"}, {"file"}, {"what"}});
-    for (const ScanProblem& problem : problems) {
+    for (const ScanProblem& problem : findings.problems) {
         table.Row({{"problem", Tone::kBad}, problem.code, problem.file, problem.text});
     }
-    for (const ScanProblem& warning : warnings) {
+    for (const ScanProblem& warning : findings.warnings) {
         table.Row({{"warning", Tone::kWarning}, warning.code, warning.file, warning.text});
     }
     if (!table.Empty()) {
@@ -106,7 +106,8 @@ void PutCheckedSet(JsonDocument& json, const CheckedSet& checked) {
 
 void PutCheckedSet(Output& out, const Painter& paint, const CheckedSet& checked) {
     PutSummary(out, checked);
-    PutProblems(out, paint, checked.report.problems, checked.report.warnings);
+    PutProblems(out, paint,
+                {.problems = checked.report.problems, .warnings = checked.report.warnings});
     out << paint(VerdictTone(checked.report), Verdict(checked.report)) << "\n";
 }
 

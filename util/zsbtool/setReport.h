@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 
 #include "util/common/scanSetCheck.h"
@@ -24,9 +25,14 @@ Tone VerdictTone(const ScanSetReport& report);
 /// Writes a list of problems or warnings as a member of the open object.
 void PutProblems(JsonDocument& json, const char* name, const std::vector<ScanProblem>& problems);
 
+/// What was found in a set; borrowed.
+struct Findings {
+    std::span<const ScanProblem> problems;
+    std::span<const ScanProblem> warnings;
+};
+
 /// Writes problems and warnings as a table; nothing where there are none.
-void PutProblems(Output& out, const Painter& paint, const std::vector<ScanProblem>& problems,
-                 const std::vector<ScanProblem>& warnings);
+void PutProblems(Output& out, const Painter& paint, const Findings& findings);
 
 /// Writes the members of the open object that tell of a set.
 void PutCheckedSet(JsonDocument& json, const CheckedSet& checked);

@@ -109,11 +109,11 @@ TEST_F(ScanSetCheckTest, KnowsNoOtherFormatWithoutASuperblockUntilBothAreThere) 
 }
 
 TEST(FlagWords, AreStable) {
-    EXPECT_THAT(FlagWords(0, 1), IsEmpty());
-    EXPECT_THAT(FlagWords(0x3FF, 0),
+    EXPECT_THAT(FlagWords({.flags = 0, .closeTime = 1}), IsEmpty());
+    EXPECT_THAT(FlagWords({.flags = 0x3FF, .closeTime = 0}),
                 ElementsAre("compressed", "last", "raw-anyway", "stopped", "state-change", "fourth",
                             "write-error", "no-system-check", "bypassed", "never-closed"));
-    EXPECT_THAT(FlagWords(0x040, 1), IsEmpty());
+    EXPECT_THAT(FlagWords({.flags = 0x040, .closeTime = 1}), IsEmpty());
 }
 
 }  // namespace
