@@ -145,6 +145,12 @@ TEST_F(OutputFolderTest, RefusesAFolderThatIsNotEmptyAndWhatIsNone) {
 
 class OutputSignals : public OutputFileTest {
   protected:
+#ifdef __SANITIZE_THREAD__
+    void SetUp() override {
+        GTEST_SKIP() << "ThreadSanitizer watches no threads behind a fork";
+    }
+#endif
+
     /// What became of a process that runs `body`, which must not return.
     template <class Body>
     static int WaitStatusOf(Body body) {
