@@ -1,7 +1,6 @@
 // Loaded before a program: whoever reads a block of a device by itself is answered from the image
-// ALONE_IMAGE, whatever is wrong with the device over it, but for the blocks that ALONE_LOST names
-// as in
-// ",17,20,". So a device can fail where each of its blocks can be read.
+// ALONE_IMAGE, whatever is wrong with the device over it, but for the blocks that ALONE_LOST names,
+// as in ",17,20,". So a device can fail where each of its blocks can be read.
 
 #include <dlfcn.h>
 #include <fcntl.h>

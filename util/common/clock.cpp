@@ -10,15 +10,17 @@
 
 namespace {
 
-/// The text stands in double quotes of its own.
-std::string LocalTimeText(std::time_t time) {
-    std::tm local{};
-    localtime_r(&time, &local);
-    char text[80] = "";
-    const std::size_t length =
+/// A local time as text, which stands in double quotes of its own. It needs no memory, since the
+/// log of a run that has none left ends with it.
+struct LocalTimeText {
+    explicit LocalTimeText(std::time_t time) {
+        std::tm local{};
+        localtime_r(&time, &local);
         std::strftime(text, sizeof text, "\"%b %d, %Y  %I:%M:%S %p  %z\"", &local);
-    return {text, length};
-}
+    }
+
+    char text[80] = "";
+};
 
 }  // namespace
 
@@ -36,14 +38,14 @@ int LB_delay(std::int64_t milliseconds) {
 
 void LogCurrentTime(bool alsoToScreen) {
     const std::time_t now = std::time(nullptr);
-    const std::string text = LocalTimeText(now);
-    LogLine() << "<CurrentTime time=" << text << " timeValue=\"" << std::to_string(now)
+    const LocalTimeText local(now);
+    LogLine() << "<CurrentTime time=" << local.text << " timeValue=\"" << std::to_string(now)
               << "\" />\n";
     if (alsoToScreen) {
-        std::cout << "  Current time   " << text << std::endl;
+        std::cout << "  Current time   " << local.text << std::endl;
     }
 }
 
 void DisplayTime() {
-    LogLine() << "Current time   " << LocalTimeText(std::time(nullptr)) << '\n';
+    LogLine() << "Current time   " << LocalTimeText(std::time(nullptr)).text << '\n';
 }

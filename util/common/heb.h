@@ -187,4 +187,5 @@ class HEBConsumer {
     bool offeredToBus_ = false;
     std::atomic<int> handling_{0};  ///< handlers at work
     std::atomic<bool> silent_{false};
+    std::unique_ptr<HEBConsumer> retiredBefore_;  // by `Retire`
 };

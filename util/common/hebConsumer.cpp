@@ -50,7 +50,7 @@ class Counted {
 
 struct RetiredConsumers {
     std::mutex mutex;
-    std::vector<std::unique_ptr<HEBConsumer>> consumers;
+    std::unique_ptr<HEBConsumer> last;  // each owns the one before it
 };
 
 RetiredConsumers& Retired() {
@@ -78,13 +78,16 @@ void HEBConsumer::Retire(std::unique_ptr<HEBConsumer> consumer) {
     consumer->AwaitHandlers();
     RetiredConsumers& retired = Retired();
     const std::lock_guard lock(retired.mutex);
-    retired.consumers.push_back(std::move(consumer));
+    // Linked, since a list would want memory where there may be none.
+    consumer->retiredBefore_ = std::move(retired.last);
+    retired.last = std::move(consumer);
 }
 
 void HEBConsumer::SilenceRetired() {
     RetiredConsumers& retired = Retired();
     const std::lock_guard lock(retired.mutex);
-    for (const auto& consumer : retired.consumers) {
+    for (HEBConsumer* consumer = retired.last.get(); consumer != nullptr;
+         consumer = consumer->retiredBefore_.get()) {
         // One that was not silent yet may be at its line: the log stays until that is written.
         consumer->silent_.store(true);
         consumer->AwaitHandlers();

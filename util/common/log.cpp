@@ -2,6 +2,8 @@
 
 #include <cstring>
 #include <iostream>
+#include <new>
+#include <utility>
 
 #include "util/common/errors.h"
 
@@ -58,15 +60,40 @@ LogRedirection::~LogRedirection() {
     std::cerr.flags(oldFlags_);
 }
 
-LogLine::LogLine() {
+LogText::int_type LogText::overflow(int_type character) {
+    const std::size_t size = Size();
+    try {
+        std::string larger;
+        larger.reserve(2 * size);
+        larger.assign(pbase(), size).resize(2 * size);
+        longer_ = std::move(larger);
+    } catch (const std::bad_alloc&) {
+        cut_ = true;
+        return traits_type::eof();
+    }
+    setp(longer_.data(), longer_.data() + longer_.size());
+    pbump(static_cast<int>(size));
+    return traits_type::eq_int_type(character, traits_type::eof())
+               ? traits_type::not_eof(character)
+               : sputc(traits_type::to_char_type(character));
+}
+
+LogLine::LogLine() : std::ostream(nullptr) {
+    rdbuf(&text_);
     setf(std::cerr.flags() & basefield, basefield);
 }
 
 LogLine::~LogLine() {
-    const std::string_view text = view();
+    const std::string_view text = text_.View();
     std::streambuf& log = *std::cerr.rdbuf();
     log.sputn(text.data(), static_cast<std::streamsize>(text.size()));
     log.pubsync();
+    if (text_.Cut()) {
+        log.sputc('\n');  // what comes next begins a line of its own all the same
+        if (auto* buffer = dynamic_cast<LogBuffer*>(&log)) {
+            buffer->Lose();
+        }
+    }
 }
 
 void SealLog(std::string_view lastWords) {

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <atomic>
-#include <iosfwd>
+#include <cstddef>
 #include <mutex>
-#include <sstream>
+#include <ostream>
 #include <streambuf>
+#include <string>
 #include <string_view>
 
 /// Hands every write on to another buffer, one at a time and flushed at once, so that the operator
@@ -15,6 +16,9 @@ class LogBuffer : public std::streambuf {
 
     /// Whether anything could not be written. Nobody who logs can do anything about it.
     bool Failed() const { return failed_.load(std::memory_order_relaxed); }
+
+    /// Takes note of something that could not even be composed.
+    void Lose() { failed_.store(true, std::memory_order_relaxed); }
 
     /// Writes the last words; whatever is written behind them is dropped.
     void Seal(std::string_view lastWords);
@@ -52,15 +56,39 @@ class LogRedirection {
     std::ios_base::fmtflags oldFlags_;
 };
 
+/// Text that grows. An ordinary line needs no memory, so that a run that has none left can say so.
+class LogText : public std::streambuf {
+  public:
+    LogText() { setp(room_, room_ + sizeof room_); }
+
+    /// What was written so far.
+    std::string_view View() const { return {pbase(), Size()}; }
+    /// Whether there was no memory for more of it.
+    bool Cut() const { return cut_; }
+
+  protected:
+    int_type overflow(int_type character) override;
+
+  private:
+    std::size_t Size() const { return static_cast<std::size_t>(pptr() - pbase()); }
+
+    char room_[1000];
+    std::string longer_;
+    bool cut_ = false;
+};
+
 /// One entry of the log, composed apart and handed over whole and flushed when it is destroyed: no
 /// line is torn by another thread's, and nobody touches the shared stream's format. Integers take
 /// the log's number base; std::to_string gives the few that are decimal whatever the base.
-class LogLine : public std::ostringstream {
+class LogLine : public std::ostream {
   public:
     LogLine();
     ~LogLine() override;
     LogLine(const LogLine&) = delete;
     LogLine& operator=(const LogLine&) = delete;
+
+  private:
+    LogText text_;
 };
 
 /// Writes the log's last words, for a process that is about to end while its other threads run:

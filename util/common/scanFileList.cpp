@@ -1,8 +1,10 @@
 #include "util/common/scanFileList.h"
 
 #include <algorithm>
+#include <charconv>
 #include <memory>
 #include <ostream>
+#include <string_view>
 
 #include "util/common/errors.h"
 #include "util/common/log.h"
@@ -11,6 +13,21 @@
 ScanFileFacts SFF_Unreferenced("Unreferenced", -1);
 
 namespace {
+
+/// A number as decimal text whatever a stream's base. It needs no memory: the history is logged at
+/// the end of a run that may have none left.
+class Decimal {
+  public:
+    template <typename Number>
+    explicit Decimal(Number number)
+        : end_(std::to_chars(text_, text_ + sizeof text_, number).ptr) {}
+
+    std::string_view View() const { return {text_, end_}; }
+
+  private:
+    char text_[20];  // 2^64 - 1
+    char* end_;
+};
 
 /// A file that could not even be named is entered without one.
 std::string NameOf(const ZSBFile& file) {
@@ -46,10 +63,10 @@ void ScanFileFacts::UpdateStatus(int newStatus) {
 std::ostream& operator<<(std::ostream& stream, const ScanFileFacts& facts) {
     // As text, so that the stream's number base is neither used nor changed.
     return stream << facts.name << '\t'
-                  << std::to_string(facts.status.load(std::memory_order_relaxed)) << '\t'
-                  << std::to_string(facts.crc.load(std::memory_order_relaxed)) << '\t'
-                  << std::to_string(facts.blocksTotal.load(std::memory_order_relaxed)) << '\t'
-                  << std::to_string(facts.blocksCurrent.load(std::memory_order_relaxed));
+                  << Decimal(facts.status.load(std::memory_order_relaxed)).View() << '\t'
+                  << Decimal(facts.crc.load(std::memory_order_relaxed)).View() << '\t'
+                  << Decimal(facts.blocksTotal.load(std::memory_order_relaxed)).View() << '\t'
+                  << Decimal(facts.blocksCurrent.load(std::memory_order_relaxed)).View();
 }
 
 void ScanFileList::LogTrackCreate(const ZSBFile& file, int status) {

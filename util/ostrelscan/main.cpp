@@ -1,5 +1,13 @@
+#include <cstdio>
+#include <new>
+
 #include "util/ostrelscan/commandLine.h"
 
 int main(int argc, char** argv) {
-    return RunProgram(argc, argv);
+    try {
+        return RunProgram(argc, argv);
+    } catch (const std::bad_alloc&) {
+        std::fputs("ostrelscan: no memory\n", stderr);
+        return 1;
+    }
 }

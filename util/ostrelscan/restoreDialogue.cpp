@@ -1,4 +1,5 @@
 #include <exception>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -103,10 +104,11 @@ unsigned UserInterface::RunRestore(const RunSettings& settings) {
 }
 
 void UserInterface::WatchRestore(ScanEngine& engine, BlockSelector& selector) {
-    Watch(engine, [&](bool /*final*/) {
+    const auto show = [&](bool /*final*/) {
         DisplayCounts(&selector);
         DisplaySFL(engine.History(), kModeRestore);
-    });
+    };
+    Watch(engine, std::ref(show));
 }
 
 void UserInterface::DisplayHeaderRestore(const char* poolName, const char* path) {

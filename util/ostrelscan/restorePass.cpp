@@ -26,7 +26,7 @@ int FirstFailure(int status, const char* what, int error) {
     return status != 0 ? status : error;
 }
 
-/// Logs what of an open file does not fit; it is restored all the same.
+/// Logs what of an open file does not fit.
 void NoteMisfit(const ZSBFile& file, ScanFileFit& fit) {
     std::string path;
     file.CurrentFullName(path);
@@ -37,6 +37,15 @@ void NoteMisfit(const ZSBFile& file, ScanFileFit& fit) {
     const std::string note = fit.Judge(path, file.HeaderStatus(), header, nextBeside);
     if (!note.empty()) {
         LogLine() << note;
+    }
+}
+
+/// What does not fit is restored all the same, and so is what there is no memory to judge.
+void TryToNoteMisfit(const ZSBFile& file, ScanFileFit& fit) {
+    try {
+        NoteMisfit(file, fit);
+    } catch (const std::bad_alloc&) {
+        // A note less.
     }
 }
 
@@ -107,7 +116,7 @@ int ScanEngine::RestoreOneFile(ZSBFile& file, ScanFileFit& fit, bool* last) {
     if (openStatus != 0) {
         return openStatus;
     }
-    NoteMisfit(file, fit);
+    TryToNoteMisfit(file, fit);
     history_.LogTrackUpdateBlockCounts(0, file.BlocksInFileGet());
     *last = file.LastFile() != 0;
     const int restoreStatus = RunRestoreRestoreSingleZSBFile(file);

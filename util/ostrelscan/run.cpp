@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <optional>
 
 #include "util/common/clock.h"
@@ -78,6 +79,22 @@ void LogHeader(int argc, char** argv) {
     arguments << "</CommandLine>\n";
 }
 
+/// What finds no memory outside of a pass ends here, with the terminal still to be given back.
+unsigned RunAction(UserInterface& dialogue, const RunSettings& settings) {
+    try {
+        if (std::strcmp(settings.action, "save") == 0) {
+            return dialogue.RunDump(settings);
+        }
+        if (std::strcmp(settings.action, "restore") == 0) {
+            return dialogue.RunRestore(settings);
+        }
+    } catch (const std::bad_alloc&) {
+        LogLine() << "The dialogue found no memory\n";
+        return zERR_NO_MEMORY;
+    }
+    return zERR_NOT_SUPPORTED;
+}
+
 struct LoggedRun {
     std::optional<unsigned> status;  ///< none when the dialogue could not be created
     bool logComplete;
@@ -124,12 +141,7 @@ std::optional<unsigned> RunDialogue(const RunSettings& settings, SignalWatch* si
                   << failure.what() << "\nutil/ostrelscan/scanUI[1106]\n";
         return {};
     }
-    unsigned status = zERR_NOT_SUPPORTED;
-    if (std::strcmp(settings.action, "save") == 0) {
-        status = dialogue->RunDump(settings);
-    } else if (std::strcmp(settings.action, "restore") == 0) {
-        status = dialogue->RunRestore(settings);
-    }
+    const unsigned status = RunAction(*dialogue, settings);
     if (signals != nullptr) {
         signals->SettleStatus(ExitStatus(status));
     }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -36,6 +37,15 @@ std::string CurrentExceptionText() {
         return failure.what();
     } catch (...) {
         return "of no known type";
+    }
+}
+
+/// For a handler of every exception. Where not even the log has memory, the status must do.
+void LogPassFailure() {
+    try {
+        LogLine() << kPassFailure << CurrentExceptionText() << '\n';
+    } catch (const std::bad_alloc&) {
+        LogLine() << kPassFailure << '\n';
     }
 }
 
@@ -136,9 +146,8 @@ void ScanEngine::FinishPass(int (ScanEngine::*pass)()) {
         status = (this->*pass)();
     } catch (...) {
         ReleasePool();
-        const std::string message = kPassFailure + CurrentExceptionText() + "\n";
-        LogLine() << message;
-        status = Fail(1, message, "util/ostrelscan/scanEngine[402]");
+        LogPassFailure();
+        status = FailOfException();
     }
     NoteReads();
     running_ = 0;
@@ -153,8 +162,19 @@ int ScanEngine::RunFiles(int (ScanEngine::*files)(ZSBFile&), ZSBFile& file) {
     try {
         return (this->*files)(file);
     } catch (...) {
-        LogLine() << kPassFailure << CurrentExceptionText() << '\n';
+        LogPassFailure();
         return zERR_GENERIC_OSTREL_ERROR;
+    }
+}
+
+/// For a handler of every exception.
+int ScanEngine::FailOfException() {
+    constexpr const char* kLocation = "util/ostrelscan/scanEngine[402]";
+    try {
+        return Fail(1, kPassFailure + CurrentExceptionText() + "\n", kLocation);
+    } catch (const std::bad_alloc&) {
+        errorMessage_ = "No memory left\n";  // short enough to need none
+        return 1;
     }
 }
 

@@ -148,6 +148,7 @@ class ScanEngine : public ScanThread {
     int StartWorker(void* (*routine)(void*));
     void FinishPass(int (ScanEngine::*pass)());
     int RunFiles(int (ScanEngine::*files)(ZSBFile&), ZSBFile& file);
+    int FailOfException();
     int Fail(int status, std::string message, const char* location);
     void NoteReads();
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <new>
 #include <stdexcept>
 
 #include "util/common/clock.h"
@@ -97,25 +98,33 @@ unsigned UserInterface::RunDump(const RunSettings& settings) {
 }
 
 void UserInterface::Watch(const ScanEngine& engine, const std::function<void(bool)>& show) {
+    const auto repaint = [&](bool final) {
+        try {
+            show(final);
+        } catch (const std::bad_alloc&) {
+            // A repaint less: nobody leaves a pass that is under way.
+        }
+    };
     while (!engine.Finished()) {
-        show(false);
+        repaint(false);
         const TerminalLetGo meanwhile(terminal_.Turn());
         Ostrel::LB_delay(kPollMilliseconds);
     }
-    show(true);
+    repaint(true);
 }
 
 void UserInterface::WatchDump(ScanEngine& engine, BlockSelector& selector,
                               const DumpOptions& options) {
     bool measured = false;
-    Watch(engine, [&](bool final) {
+    const auto show = [&](bool final) {
         if (!measured && engine.BlocksInPool() != 0) {
             measured = true;
             DisplayHeaderDump(engine.BlocksInPool(), options.poolName, options.path,
                               options.compress);
         }
         DisplayDumpState(engine, selector, final);
-    });
+    };
+    Watch(engine, std::ref(show));
     unsigned long long current = 0;
     unsigned long long done = 0;
     engine.GetStatistics(&current, &done, nullptr, nullptr);

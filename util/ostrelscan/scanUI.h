@@ -82,7 +82,8 @@ class UserInterface {
     void DisplayDumpState(ScanEngine& engine, BlockSelector& selector, bool final);
     void WatchDump(ScanEngine& engine, BlockSelector& selector, const DumpOptions& options);
     void WatchRestore(ScanEngine& engine, BlockSelector& selector);
-    /// Repaints with `show` until the pass has finished, and once more then, with true.
+    /// Repaints with `show` until the pass has finished, and once more then, with true. Throws
+    /// nothing when `show` is a reference to what repaints.
     void Watch(const ScanEngine& engine, const std::function<void(bool)>& show);
     /// Logs the history of a finished pass, shows and logs its failure, and pauses; returns its
     /// result. `position` leads the failure in the log.

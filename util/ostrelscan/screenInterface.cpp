@@ -162,7 +162,7 @@ void ShowPad(WINDOW* pad) {
 /// operator's for characters alone: numbers, times and messages stay as they are.
 SCREEN* OpenTerminal() {
     std::setlocale(LC_CTYPE, "");
-    return TerminalIsKnown() ? newterm(nullptr, stdout, stdin) : nullptr;
+    return TerminalFitsInMemory() && TerminalIsKnown() ? newterm(nullptr, stdout, stdin) : nullptr;
 }
 
 /// Waits for one of these, without holding the terminal meanwhile.
@@ -288,6 +288,10 @@ ScreenInterface::ScreenInterface() : screen_(OpenTerminal()) {
     }
     def_prog_mode();
     pad_ = newpad(kPadRows, kPadColumns);
+    if (pad_ == nullptr) {
+        endwin();  // and no more: what curses made with too little memory, it cannot free either
+        throw std::runtime_error("The screen found no memory");
+    }
     libc_colors();
     curs_set(0);
     noecho();

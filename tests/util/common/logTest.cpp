@@ -184,6 +184,30 @@ TEST(LogLine, IsHandedOverWholeWhenItEnds) {
     EXPECT_EQ(log.Text(), "second\nfirst half\n");
 }
 
+TEST(LogLine, IsHandedOverWholeHoweverLongItIs) {
+    for (const std::size_t length : {999U, 1000U, 1001U, 2000U, 2001U, 100'000U}) {
+        const support::CapturedLog log;
+        std::string wanted;
+        {
+            LogLine line;
+            for (std::size_t i = 0; wanted.size() < length; ++i) {
+                const std::string piece =
+                    std::string(i % 37, 'x').substr(0, length - wanted.size() - 1) + '|';
+                line << piece;
+                wanted += piece;
+            }
+        }
+        EXPECT_EQ(log.Text(), wanted) << length;
+    }
+}
+
+TEST(LogLine, TakesOneLongTextAndWhatStandsBehindIt) {
+    const support::CapturedLog log;
+    const std::string text(5000, 'x');
+    LogLine() << "begin " << text << ' ' << 255 << '\n';
+    EXPECT_EQ(log.Text(), "begin " + text + " ff\n");
+}
+
 TEST(LogLine, IsFlushedWithoutARedirectionToo) {
     FlushCounter target;
     std::streambuf* const oldBuffer = std::cerr.rdbuf(&target);
