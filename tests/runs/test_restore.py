@@ -2,7 +2,6 @@
 
 import os
 import pathlib
-import subprocess
 import sys
 
 import pytest
@@ -414,10 +413,7 @@ sys.exit(status)
 def limited(folder):
     """A command that runs the tool with little room to allocate, and says how much it used. A
     sanitizer keeps its own maps, so there its allocator is told."""
-    linked = subprocess.run(["ldd", ostrelscan.tool()], capture_output=True, text=True,
-                            check=True).stdout
-    sanitized = "libasan" in linked or "libtsan" in linked
-    limit = [] if sanitized else ["prlimit", f"--as={256 << 20}"]
+    limit = [] if ostrelscan.sanitized() else ["prlimit", f"--as={256 << 20}"]
     return [sys.executable, "-c", MEASURE, *limit]
 
 

@@ -27,6 +27,12 @@ def helper(name):
     return build_folder() / "tests" / name
 
 
+def sanitized():
+    """Whether a sanitizer is in the tool, which maps and opens more than the tool itself."""
+    linked = subprocess.run(["ldd", tool()], capture_output=True, text=True, check=True).stdout
+    return "libasan" in linked or "libtsan" in linked
+
+
 def preload(library, **settings):
     """The environment that loads a library of the test support before a program."""
     options = os.environ.get("ASAN_OPTIONS", "")
