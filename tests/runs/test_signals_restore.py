@@ -63,7 +63,7 @@ def restored(image):
 def test_a_signal_ends_a_restore_behind_the_current_file(held, number, held_file, compress):
     with held(held_file, "--automatic", compress=compress) as (run, disk, image):
         disk.wait_for_pause()
-        signalled.wait_until_stuck(run.pid)
+        signalled.wait_until_stuck(run.pid, run.terminal)
         run.send(number)
         disk.go_on()
         ended = run.end()
@@ -79,7 +79,7 @@ def test_a_signal_ends_a_restore_behind_the_current_file(held, number, held_file
 def test_a_stopped_restore_takes_every_step_that_stores_its_device(held):
     with held(1, "--automatic", faults="fflush=28,fsync=5,fclose=9") as (run, disk, _image):
         disk.wait_for_pause()
-        signalled.wait_until_stuck(run.pid)
+        signalled.wait_until_stuck(run.pid, run.terminal)
         run.send(signal.SIGTERM)
         disk.go_on()
         ended = run.end()
@@ -92,7 +92,7 @@ def test_a_stopped_restore_takes_every_step_that_stores_its_device(held):
 def test_a_second_signal_leaves_a_restore_as_it_is(held):
     with held(1, "--automatic") as (run, disk, _image):
         disk.wait_for_pause()
-        signalled.wait_until_stuck(run.pid)
+        signalled.wait_until_stuck(run.pid, run.terminal)
         run.send(signal.SIGTERM)
         run.kill_at_once(signal.SIGINT)
         assert run.log.endswith("</ostrelscan>\n")
@@ -157,7 +157,7 @@ def test_a_quit_at_a_question_gives_the_terminal_back(asked):
 def test_a_signal_while_the_first_file_is_looked_at_ends_the_run_without_a_pass(held, number):
     with held(0, "--automatic") as (run, disk, image):
         disk.wait_for_pause()
-        signalled.wait_until_stuck(run.pid)
+        signalled.wait_until_stuck(run.pid, run.terminal)
         run.send(number)
         disk.go_on()
         ended = run.end()
@@ -169,7 +169,7 @@ def test_a_signal_while_the_first_file_is_looked_at_ends_the_run_without_a_pass(
 def test_a_second_signal_ends_a_look_that_is_stuck(held):
     with held(0, "--automatic") as (run, disk, image):
         disk.wait_for_pause()
-        signalled.wait_until_stuck(run.pid)
+        signalled.wait_until_stuck(run.pid, run.terminal)
         run.send(signal.SIGTERM)
         run.kill_at_once(signal.SIGTERM)
         assert run.log.endswith("</ostrelscan>\n")

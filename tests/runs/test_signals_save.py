@@ -25,7 +25,7 @@ def held(fault_loop, tmp_path):
         with fault_loop(pool.path, tmp_path / "disk", f"pause={block}") as (device, disk), \
                 signalled.running(saving.arguments(device, *options), tmp_path) as run:
             disk.wait_for_pause()
-            signalled.wait_until_stuck(run.pid)
+            signalled.wait_until_stuck(run.pid, run.terminal)
             yield run, disk
             disk.go_on()
     return start
@@ -88,7 +88,7 @@ def test_the_summary_of_a_stopped_save_stands_in_its_record(held, sample, tmp_pa
 def test_an_interrupt_by_its_key_ends_a_save(held, sample, tmp_path):
     with held(sample, MIDDLE) as (run, disk):
         run.terminal.send("\x03")
-        signalled.wait_for_the_first(run.pid)
+        signalled.wait_for_the_first(run.pid, run.terminal)
         disk.go_on()
         run.terminal.wait_exit(60)
         signalled.assert_ended(saving.outcome(run.terminal, tmp_path), signal.SIGINT)
@@ -110,11 +110,10 @@ def test_a_second_signal_ends_a_save_that_is_stuck(held, sample, tmp_path, first
 
 def test_many_signals_at_once_end_a_save_cleanly(held, sample, tmp_path):
     with held(sample, MIDDLE) as (run, disk):
-        with signalled.ending(run.pid):
+        with signalled.ending_at_once(run.pid, run.terminal):
             for _ in range(20):
                 for number in SIGNALS:
                     run.kill(number)
-        run.left_the_screen()
         disk.go_on()
         ended = run.end()
     assert (ended.status, ended.restored, ended.text.strip()) == (1, True, "")
@@ -201,7 +200,7 @@ def test_signals_that_were_ignored_at_the_start_stay_ignored(fault_loop, sample,
     with fault_loop(sample.path, tmp_path / "disk", f"pause={MIDDLE}") as (device, disk), \
             screen.Terminal([*argv, *saving.arguments(device)], cwd=tmp_path) as terminal:
         disk.wait_for_pause()
-        signalled.wait_until_stuck(terminal.child.pid)
+        signalled.wait_until_stuck(terminal.child.pid, terminal)
         for number in [*SIGNALS, signal.SIGQUIT]:
             os.kill(terminal.child.pid, number)
         terminal.send("\x03")

@@ -56,7 +56,7 @@ def restoring_run(serve, sample, loop, tmp_path):
 
 
 def end_by(run, disk, number):
-    signalled.send(run.pid, number)
+    signalled.send(run.pid, number, run.terminal)
     disk.go_on()
     assert run.wait_exit() == 1
     assert run.failed_with(signalled.STOPPED)
@@ -111,8 +111,8 @@ def test_a_change_that_a_restore_holds_is_answered_when_a_signal_ends_it(restori
 def test_a_second_signal_leaves_the_pool_to_the_service(saving_run):
     """The service knows that the run has died, and holds nothing for it."""
     with saving_run() as (service, run, disk):
-        signalled.send(run.pid, signal.SIGTERM)
-        with signalled.ending(run.pid):
+        signalled.send(run.pid, signal.SIGTERM, run.terminal)
+        with signalled.ending_at_once(run.pid, run.terminal):
             os.kill(run.pid, signal.SIGTERM)
         disk.go_on()
         assert run.wait_exit() == 1

@@ -33,7 +33,7 @@ def hang_up(terminal):
 
 def exit_status(terminal):
     """Of a program whose terminal cannot tell its end any more."""
-    signalled.eventually(lambda: not terminal.child.isalive(), 60)
+    signalled.eventually(lambda: not terminal.child.isalive())
     return terminal.child.exitstatus
 
 
@@ -43,7 +43,7 @@ def test_a_save_whose_terminal_goes_away_ends_closed(fault_loop, sample, tmp_pat
                             cwd=tmp_path) as terminal:
         disk.wait_for_pause()
         pid = terminal.child.pid
-        signalled.wait_until_stuck(pid)
+        signalled.wait_until_stuck(pid, terminal)
         hang_up(terminal)
         signalled.wait_until_taken(pid)
         # A shell tells its jobs of the end that the kernel tells them of too.
@@ -91,17 +91,35 @@ def test_a_terminal_that_takes_no_more_holds_up_no_signal(tmp_path):
             cwd=tmp_path) as terminal:
         pid = terminal.child.pid
         feed.open()
-        signalled.eventually(lambda: signalled.is_stuck_writing(pid), 60)
+        signalled.eventually(lambda: signalled.is_stuck_writing(pid))
         signalled.send(pid, signal.SIGTERM)
         feed.close()
         signalled.eventually(lambda: "In RunDumpMain(exit)" in log_of(tmp_path))
         (file,) = scanset.read_set(tmp_path)
         assert file.problems == [] and file.header["flags"] & scanset.STOPPED
         os.kill(pid, signal.SIGINT)
-        assert terminal.wait_exit(60) == 1
+        assert exit_status(terminal) == 1
+        terminal.pump(0.1)
+        assert signalled.MAIN_SCREEN in terminal.output
     (run,) = ostrelscan.split_log(log_of(tmp_path))
     assert run.closed
     assert signalled.notes(run) == ["Note: SIGINT ended this run at once, after SIGTERM"]
+
+
+def test_a_terminal_that_is_stopped_is_given_back_too(tmp_path):
+    feed = saving.Feed(tmp_path / "feed")
+    argv = saving.arguments(feed.path, "--validation-skip")
+    with signalled.running(argv, tmp_path) as run:
+        feed.open()
+        run.terminal.wait_for("Scanning 3 blocks", 60)
+        run.terminal.send("\x13")
+        signalled.eventually(lambda: signalled.is_stuck_writing(run.pid), run.terminal)
+        run.send(signal.SIGTERM)
+        run.kill(signal.SIGTERM)
+        ended = run.end()
+        feed.close()
+    signalled.assert_ended_at_once(ended, signal.SIGTERM)
+    assert signalled.MAIN_SCREEN in ended.output
 
 
 def test_a_file_that_may_not_grow_fails_with_its_error(loop, pool, tmp_path):

@@ -16,16 +16,20 @@ SIGNALS = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
 WATCH_CALL = {"x86_64": "128", "aarch64": "137"}  # rt_sigtimedwait
 WRITE_CALL = {"x86_64": "1", "aarch64": "64"}
 PAUSE_LINE = b"Press any key"
+MAIN_SCREEN = b"\x1b[?1049l"  # what gives the terminal back
 
 
 def name(number):
     return signal.Signals(number).name
 
 
-def eventually(happened, seconds=30.0):
+def eventually(happened, terminal=None, seconds=30.0):
+    """Waits, and takes meanwhile what the tool writes: a terminal that nobody reads holds it up."""
     until = time.monotonic() + seconds
     while not happened():
         assert time.monotonic() < until, happened
+        if terminal:
+            terminal.pump()
         time.sleep(0.01)
 
 
@@ -52,12 +56,12 @@ def watching_threads(pid):
     return found
 
 
-def wait_until_taken(pid):
+def wait_until_taken(pid, terminal=None):
     """Waits until the tool has taken every signal that it was sent, and acted on it."""
-    eventually(lambda: not signal_set(pid, "ShdPnd") and watching_threads(pid))
+    eventually(lambda: not signal_set(pid, "ShdPnd") and watching_threads(pid), terminal)
 
 
-def wait_for_the_first(pid):
+def wait_for_the_first(pid, terminal=None):
     """Waits until the tool has taken a signal that a key makes, on its way through the terminal: the
     event descriptor has counted it then."""
     def counted():
@@ -66,23 +70,33 @@ def wait_for_the_first(pid):
                   for line in file.read_text(encoding="ascii").splitlines()
                   if line.startswith("eventfd-count:")]
         return any(int(count, 16) for count in counts)
-    eventually(counted)
+    eventually(counted, terminal)
 
 
-def send(pid, number):
+def send(pid, number, terminal=None):
     """Sends a signal that the tool survives."""
     os.kill(pid, number)
-    wait_until_taken(pid)
+    wait_until_taken(pid, terminal)
 
 
-def wait_until_stuck(pid):
+def wait_until_stuck(pid, terminal=None):
     """Waits until a thread of the tool waits for its disk, again and again: the disk may stand still
     for a block that was read ahead."""
     def waits():
         states = [path.read_text(encoding="ascii").rpartition(")")[2].split()[0]
                   for path in pathlib.Path(f"/proc/{pid}/task").glob("*/stat")]
         return "D" in states
-    eventually(lambda: all(waits() for _ in range(10) if time.sleep(0.01) is None))
+    eventually(lambda: all(waits() for _ in range(10) if time.sleep(0.01) is None), terminal)
+
+
+@contextlib.contextmanager
+def ending_at_once(pid, terminal):
+    """Waits behind the block until the thread that watches for signals has ended, and with it the
+    process, but for threads that are stuck; the terminal is given back then."""
+    (watch,) = watching_threads(pid)
+    yield
+    eventually(lambda: not pathlib.Path(f"/proc/{pid}/task/{watch}").exists(), terminal)
+    eventually(lambda: MAIN_SCREEN in terminal.output, terminal)
 
 
 def is_stuck_writing(pid):
@@ -91,15 +105,6 @@ def is_stuck_writing(pid):
         call = pathlib.Path(f"/proc/{pid}/task/{pid}/syscall").read_text(encoding="ascii")
         return call.split()[0] == WRITE_CALL[platform.machine()]
     return all(writes() for _ in range(20) if time.sleep(0.01) is None)
-
-
-@contextlib.contextmanager
-def ending(pid):
-    """Waits behind the block until the thread that watches for signals has ended, and with it the
-    process, but for threads that are stuck."""
-    (watch,) = watching_threads(pid)
-    yield
-    eventually(lambda: not pathlib.Path(f"/proc/{pid}/task/{watch}").exists())
 
 
 class Run:
@@ -122,22 +127,15 @@ class Run:
         return (self.folder / ostrelscan.LOG_NAME).read_text(errors="replace")
 
     def send(self, number):
-        send(self.pid, number)
+        send(self.pid, number, self.terminal)
 
     def kill(self, number):
         """Sends a signal that ends the process, or stops it."""
         os.kill(self.pid, number)
 
-    def left_the_screen(self):
-        """Waits until the terminal shows again what it showed before the run."""
-        eventually(lambda: self.terminal.pump() and b"\x1b[?1049l" in self.terminal.output)
-
     def kill_at_once(self, number):
-        """Sends a signal that ends the process although a thread of it is stuck: the terminal and
-        the log are closed before that thread can go on."""
-        with ending(self.pid):
+        with ending_at_once(self.pid, self.terminal):
             self.kill(number)
-        self.left_the_screen()
 
     def end(self, seconds=60.0):
         self.terminal.wait_exit(seconds)

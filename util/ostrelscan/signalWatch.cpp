@@ -22,8 +22,10 @@
 
 namespace {
 
-/// How long the end of the process waits for the operator thread, which may be stuck.
-constexpr std::chrono::milliseconds kPatience{1000};
+/// How long the end of the process waits for the operator thread: until it counts as stuck, and
+/// then.
+constexpr std::chrono::milliseconds kPolite{500};
+constexpr std::chrono::milliseconds kPatience{2000};
 constexpr std::chrono::milliseconds kLook{10};
 
 std::string NameOf(int signal) {
@@ -50,7 +52,7 @@ sigset_t EndingSignals() {
 class TerminalModes {
   public:
     TerminalModes() {
-        for (const int stream : {STDIN_FILENO, STDOUT_FILENO}) {
+        for (const int stream : {STDOUT_FILENO, STDIN_FILENO}) {
             if (tcgetattr(stream, &modes_) == 0) {
                 stream_ = stream;
                 return;
@@ -61,6 +63,17 @@ class TerminalModes {
     void Restore() const {
         if (stream_ >= 0) {
             tcsetattr(stream_, TCSANOW, &modes_);
+        }
+    }
+
+    /// Lets somebody whom the terminal holds up write on: what it has not taken yet is dropped, and
+    /// a stop by its key is ended.
+    void DropOutput() const {
+        termios modes{};
+        if (stream_ >= 0 && tcgetattr(stream_, &modes) == 0) {
+            modes.c_iflag &= ~static_cast<tcflag_t>(IXON);
+            tcsetattr(stream_, TCSANOW, &modes);
+            tcflush(stream_, TCOFLUSH);
         }
     }
 
@@ -96,12 +109,14 @@ class SignalWatch::State {
     void Take(int signal);
     bool EchoesHangup(int signal) const;
     bool WaitForTurn();
+    void FreeOperator() const;
     void GiveTerminalBack();
     [[noreturn]] void EndByDefault(int signal);
     [[noreturn]] void EndAtOnce(int signal);
 
     const sigset_t watched_ = EndingSignals();
     const TerminalModes modes_;
+    const pthread_t operator_ = pthread_self();
     const FileDescriptor event_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     std::atomic<int> taken_{0};  // the first signal
     TerminalTurn turn_;
@@ -165,15 +180,25 @@ bool SignalWatch::State::EchoesHangup(int signal) const {
     return signal == SIGHUP && Taken() && modes_.Vanished();
 }
 
-/// For good. Not when the operator thread is stuck in a terminal that takes no more.
+/// Takes the turn for good; false when the operator thread is stuck with it.
 bool SignalWatch::State::WaitForTurn() {
     for (auto waited = kLook; waited <= kPatience; waited += kLook) {
         if (turn_.try_lock()) {
             return true;
         }
+        if (waited > kPolite) {
+            FreeOperator();
+        }
         std::this_thread::sleep_for(kLook);
     }
     return turn_.try_lock();
+}
+
+/// A terminal that is slow, stopped or read by nobody holds the operator thread. A write that waits
+/// does not notice by itself that there is room again; the signal makes it look.
+void SignalWatch::State::FreeOperator() const {
+    modes_.DropOutput();
+    pthread_kill(operator_, SIGWINCH);
 }
 
 void SignalWatch::State::GiveTerminalBack() {
