@@ -9,7 +9,7 @@ import house
 
 ROOT = house.ROOT
 OTHER_PROGRAMS_OPTIONS = {
-    "--build", "--preset",                                           # cmake
+    "--build", "--install", "--preset",                              # cmake
     "--add-gnu-debuglink", "--only-keep-debug", "--strip-debug",     # objcopy
     "--gtest",                                                       # a program of unit tests
     "--detach", "--find", "--show",                                  # losetup
