@@ -124,10 +124,11 @@ def test_an_installation_has_everything_in_its_place(build, tmp_path):
     installed = {path.relative_to(tmp_path).as_posix() for path in tmp_path.rglob("*")
                  if path.is_file()}
     pages = {f"share/man/man{page[-1]}/{page}" for page in PAGES if "sim" not in page}
-    assert {"bin/ostrelscan", "bin/zsbtool"} | pages <= installed
+    completions = {f"share/{place}{name}" for name in ("ostrelscan", "zsbtool")
+                   for place in ("bash-completion/completions/", "zsh/site-functions/_")}
+    assert {"bin/ostrelscan", "bin/zsbtool"} | completions | pages <= installed
     assert [name for name in sorted(installed) if "sim" in name] == []
-    mandb = {**os.environ, "MANPATH": str(tmp_path / "share/man"), "MANPAGER": "cat",
-             "PATH": os.environ["PATH"]}
+    mandb = {**os.environ, "MANPATH": str(tmp_path / "share/man")}
     for page in sorted(pages):
         found = subprocess.run(["man", "--where", os.path.basename(page)[:-2]], env=mandb,
                                capture_output=True, text=True, check=True).stdout.strip()
