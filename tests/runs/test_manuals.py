@@ -127,7 +127,12 @@ def test_an_installation_has_everything_in_its_place(build, tmp_path):
     completions = {f"share/{place}{name}" for name in ("ostrelscan", "zsbtool")
                    for place in ("bash-completion/completions/", "zsh/site-functions/_")}
     assert {"bin/ostrelscan", "bin/zsbtool"} | completions | pages <= installed
-    assert [name for name in sorted(installed) if "sim" in name] == []
+    documents = {f"share/doc/ostrelscan/{name}" for name in (
+        "operators.md", "zsbtool.md", "scan-files.md", "zsb.ksy", "zsb.magic", "zsbreader.py",
+        "schema/check.json")}
+    assert documents <= installed
+    assert [name for name in sorted(installed) if re.search(r"sim|hebus|\.scd", name)
+            and name != "share/doc/ostrelscan/ostrelsim.md"] == []
     mandb = {**os.environ, "MANPATH": str(tmp_path / "share/man")}
     for page in sorted(pages):
         found = subprocess.run(["man", "--where", os.path.basename(page)[:-2]], env=mandb,
