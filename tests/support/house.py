@@ -55,6 +55,7 @@ ROOMS = (
     Room("scan file format", "1 left", "util/common", ("0",), """
         scanFileFormat
         scanFileSettings
+        seekableInflater
         zlibStreams
     """),
     Room("scan file writer", "1 left", "util/common", ("0", "scan file format"), """
