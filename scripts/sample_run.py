@@ -16,6 +16,7 @@ import subprocess
 import sys
 import tempfile
 import termios
+import textwrap
 import time
 import tty
 
@@ -32,11 +33,30 @@ import screen
 POOL = "SAMPLE"
 SIZE = os.environ.get("SAMPLE_SIZE", "192M")
 PAUSE = float(os.environ.get("SAMPLE_PAUSE", "10"))  # seconds that a last screen waits for a key
+PAUSED = "SAMPLE_STEPS"  # set in the environment of a demonstration that waits between its steps
 BIN = ostrelscan.build_folder() / "bin"
 
 
-def say(text):
+def say(text, look=""):
+    """Opens a step of the story, and says what to look at in it."""
     print(f"\n== {text}", flush=True)
+    if look:
+        print(textwrap.fill(f"Look at {look}.", 100), flush=True)
+
+
+def wait_for_key():
+    """Between two steps, where --pause asks for that."""
+    if os.environ.get(PAUSED):
+        print("-- a key goes on --", flush=True)
+        if sys.stdin.isatty():
+            before = termios.tcgetattr(sys.stdin)
+            tty.setcbreak(sys.stdin)
+            try:
+                os.read(sys.stdin.fileno(), 1024)
+            finally:
+                termios.tcsetattr(sys.stdin, termios.TCSADRAIN, before)
+        else:
+            sys.stdin.readline()
 
 
 class Road:
@@ -69,8 +89,12 @@ class Road:
             return status
 
     def control(self, *words):
-        print("$ ostrelsimctl", *words, flush=True)
-        subprocess.run([BIN / "ostrelsimctl", *words], check=False)
+        return self.call("ostrelsimctl", *words)
+
+    def call(self, program, *words):
+        """Runs a program that needs no terminal; True where it ends well."""
+        print("$", program, *words, flush=True)
+        return subprocess.run([BIN / program, *words], cwd=self.folder, check=False).returncode == 0
 
 
 def show_here(terminal):
@@ -120,16 +144,32 @@ def report_set(folder, planted):
 
 
 def save(road, planted):
-    say("A save: the pool's internal blocks go into numbered scan files")
+    say("A save: the pool's internal blocks go into numbered scan files",
+        "the counts of the block types, the files in the last rows, and below what was saved of what "
+        "was planted")
     (road.folder / "raw").mkdir()
     if road.show("-P", "raw", "save", POOL, road.device) != 0:
         return False
     return report_set(road.folder / "raw", planted) > 0
 
 
+def save_with_bad_blocks(road):
+    """Beside the other device: that of the service, which fails on demand."""
+    say("A save of a disk with two bad blocks",
+        "the read errors in row 4; the save ends well all the same, and the log knows the blocks")
+    (road.folder / "failing").mkdir()
+    with loopdev.loop(f"/_admin/Devices/{POOL}", read_only=True) as device:
+        road.control("bad", POOL, "1000-1001", "read")
+        if road.show("--automatic", "-P", "failing", "save", POOL, device) != 0:
+            return False
+    return road.control("bad", POOL, "none") and road.call("zsbtool", "bad-blocks")
+
+
 def change_states(road):
     """A save under the pool lock: a change that may be refused is, a forced one ends the save."""
-    say("A compressed save, while somebody wants to activate the pool")
+    say("A compressed save, while somebody wants to activate the pool",
+        "the first change, which is refused, and the second, which is forced: the save ends with 20826 "
+        "and lets the pool go")
     (road.folder / "packed").mkdir()
     words = ("--compress", "-P", "packed", "save", POOL, road.device)
     print("$ ostrelscan", *words, "&", flush=True)
@@ -144,17 +184,24 @@ def change_states(road):
     return ended
 
 
+def check(road):
+    say("Checks, of the good set and of the one that was ended",
+        "the last lines: a restore asks none of this, so a check comes before each")
+    good = road.call("zsbtool", "check", "raw")
+    return good and not (road.service and road.call("zsbtool", "check", "packed"))
+
+
 def restore(road):
-    say("A restore: the set, renamed, is written back onto another device, block for block")
+    say("A restore: the set, renamed, is written back onto another device, block for block",
+        "the type MSAP and the blocks of no known type, which are switched off")
     for file in (road.folder / "raw").glob("*.ZSB"):
         file.rename(file.with_suffix(".ZRB"))
-    if road.show("--automatic", "--danger", "--validation-skip", "-P", "raw", "restore", POOL,
-                 road.target) != 0:
-        return False
-    return compare(road)
+    return road.show("--automatic", "--danger", "--validation-skip", "-P", "raw", "restore", POOL,
+                     road.target) == 0
 
 
 def compare(road):
+    say("The restored device is compared with the set", "the number of blocks: none differs")
     compared = kept = 0
     with open(road.target, "rb") as device:
         for number, block in scanset.set_records(road.folder / "raw", suffix="ZRB"):
@@ -171,25 +218,32 @@ def compare(road):
     return True
 
 
+def put_into_maintenance(road):
+    say("The pool is put into maintenance, as an administrator does before a save",
+        "the state; without it a save is refused")
+    return road.control("state", POOL, "maintenance")
+
+
 def walk(road, planted):
     """The whole demonstration; True when every step went as it should."""
-    if road.service:
-        say("The pool is put into maintenance")
-        road.control("state", POOL, "maintenance")
-    if not save(road, planted):
-        return False
-    if road.service and not change_states(road):
-        return False
-    return restore(road)
+    steps = [(put_into_maintenance, True), (lambda road: save(road, planted), False),
+             (save_with_bad_blocks, True), (change_states, True), (check, False), (restore, False),
+             (compare, False)]
+    for number, step in enumerate(step for step, needs in steps if road.service or not needs):
+        if number > 0:
+            wait_for_key()
+        if not step(road):
+            return False
+    return True
 
 
-def run_with_service(folder, device, target):
+def run_with_service(folder, image, device, target):
     """Starts the stand-in service, which runs this program's inner half beside it."""
     environment = {**os.environ, "OSTRELSIM_SOCKET": f"{folder}/bus",
                    "LD_LIBRARY_PATH": str(ostrelscan.build_folder() / "lib")}
     say("The stand-in of the storage service starts")
     return subprocess.run(
-        [BIN / "ostrelsim", "--private", "--pool", f"{POOL},-,active,{device}", "--",
+        [BIN / "ostrelsim", "--private", "--pool", f"{POOL},-,active,{image}", "--",
          sys.executable, __file__, "--inside", folder, device, target],
         env=environment, check=False).returncode
 
@@ -205,7 +259,7 @@ def demonstrate(folder, plain):
               "answers for their size, and --bypass-ostrel.")
         return 0 if walk(Road(folder, *images, service=False), pool.types) else 1
     with loopdev.loop(images[0]) as device, loopdev.loop(images[1]) as target:
-        return run_with_service(folder, device, target)
+        return run_with_service(folder, images[0], device, target)
 
 
 def main(arguments):
@@ -214,6 +268,8 @@ def main(arguments):
     if arguments[:1] == ["--inside"]:
         road = Road(*arguments[1:], service=True)
         return 0 if walk(road, pools.pool(size=SIZE, seed=7).types) else 1
+    if "--pause" in arguments:
+        os.environ[PAUSED] = "1"
     with tempfile.TemporaryDirectory(prefix="ostrelscan-demo-") as folder, \
             contextlib.suppress(KeyboardInterrupt):
         status = demonstrate(folder, "--plain" in arguments)

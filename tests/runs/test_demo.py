@@ -17,10 +17,10 @@ SAMPLE_RUN = pathlib.Path(__file__).resolve().parents[2] / "scripts" / "sample_r
 SIZE = "96M"
 
 
-def show(*arguments):
-    done = subprocess.run([sys.executable, SAMPLE_RUN, *arguments], stdin=subprocess.DEVNULL,
+def show(*arguments, size=SIZE, keys=""):
+    done = subprocess.run([sys.executable, SAMPLE_RUN, *arguments], input=keys,
                           capture_output=True, text=True, timeout=300, check=False,
-                          env={**os.environ, "SAMPLE_SIZE": SIZE})
+                          env={**os.environ, "SAMPLE_SIZE": size})
     assert done.returncode == 0, done.stdout + done.stderr
     return done.stdout
 
@@ -47,6 +47,9 @@ def test_the_full_road_shows_a_refused_and_a_forced_change():
     expect_save_and_restore(shown)
     assert "pool SAMPLE: refused by OSTREL.PoolLock with 20880" in shown
     assert "OSTREL.PoolLock answered 0x0\npool SAMPLE: now active after" in shown
+    assert "$ zsbtool bad-blocks\n1000\n1001\n" in shown
+    assert re.search(r"zsbtool check raw\n.*\n.*\nrestorable\n", shown)
+    assert re.search(r"zsbtool check packed\n(.*\n){5}not restorable: 2 problems\n", shown)
     assert "Scan failed (see ostrelscan.log for more details): 20826" in shown
 
 
@@ -54,6 +57,14 @@ def test_the_plain_road_works_without_devices_and_says_so():
     shown = show("--plain")
     expect_save_and_restore(shown)
     assert "Without block devices and service (it was not wanted): image files" in shown
+
+
+def test_a_key_goes_on_between_the_steps_where_that_is_asked_for():
+    shown = show("--plain", "--pause", size="16M", keys="\n\n\n")
+    steps = re.split("-- a key goes on --\n", shown)
+    assert [re.search(r"== (\w+,? \w+)", step)[1] for step in steps] == [
+        "A save", "Checks, of", "A restore", "The restored"]
+    assert "-- a key" not in show("--plain", size="16M")
 
 
 @pytest.mark.parametrize("key, pause", [("x", "300"), (None, "0.5")], ids=["key", "nobody"])
