@@ -14,6 +14,7 @@ OTHER_PROGRAMS_OPTIONS = {
     "--gtest",                                                       # a program of unit tests
     "--detach", "--find", "--show",                                  # losetup
 }
+SCRIPTS = [path for path in (ROOT / "scripts").iterdir() if path.is_file()]
 DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
 
 
@@ -67,7 +68,7 @@ def test_a_chain_of_the_architecture_page_runs_through_the_files_it_names():
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
 def test_options_that_documents_show_exist(document):
     shown = set(re.findall(r"(?<![\w-])--[a-z][a-z-]+", document.read_text(encoding="utf-8")))
-    code = text_of("util/", "sim/")
+    code = text_of("util/", "sim/", *(f"scripts/{path.name}" for path in SCRIPTS))
     assert [option for option in sorted(shown - OTHER_PROGRAMS_OPTIONS)
             if not re.search(rf'(--|"|,--){option[2:]}\b', code)] == []
 
