@@ -76,7 +76,9 @@ ROOMS = (
         scanFileWalk
         scanProblem
         scanSet
+        scanSetBlocks
         scanSetCheck
+        scanSetIndex
         scanSetNames
         scanSetTwice
     """),

@@ -20,7 +20,7 @@ class Student {
     Student(const std::string& folder, const std::string& name)
         : name_(name), walk_(folder + name) {}
 
-    ScanFileStudy Study(const ScanProgress& progress) {
+    ScanFileStudy Study(const ScanProgress& progress, const ScanRecordTaker& take) {
         if (walk_.Ended() == ScanFileWalk::End::kUnreadable) {
             return std::move(study_);  // the header tells
         }
@@ -28,6 +28,9 @@ class Student {
         QuadAndBlock_s record;
         while (walk_.Next(&record)) {
             Take(record);
+            if (take) {
+                take(record);
+            }
             if (progress && walk_.TakenUpTo() >= told + kProgressStep) {
                 progress(walk_.TakenUpTo() - told);
                 told = walk_.TakenUpTo();
@@ -155,6 +158,6 @@ class Student {
 }  // namespace
 
 ScanFileStudy StudyScanFile(const std::string& folder, const std::string& name,
-                            const ScanProgress& progress) {
-    return Student(folder, name).Study(progress);
+                            const ScanProgress& progress, const ScanRecordTaker& take) {
+    return Student(folder, name).Study(progress, take);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "util/common/blockTypes.h"
+#include "util/common/scanFileFormat.h"
 #include "util/common/scanProblem.h"
 
 /// The lowest and the highest of some block numbers.
@@ -40,7 +41,10 @@ struct ScanFileStudy {
 /// Is told how many more bytes are done, from the thread that does them.
 using ScanProgress = std::function<void(std::uint64_t bytes)>;
 
+/// Is shown every record, in the order of the file, from the thread that reads it.
+using ScanRecordTaker = std::function<void(const QuadAndBlock_s& record)>;
+
 /// Reads every record of the file `name` in `folder`, which ends in "/". A file that cannot be
 /// opened, or whose header cannot be believed, has none, and no problem is made of that here.
 ScanFileStudy StudyScanFile(const std::string& folder, const std::string& name,
-                            const ScanProgress& progress = {});
+                            const ScanProgress& progress = {}, const ScanRecordTaker& take = {});

@@ -99,6 +99,18 @@ bool ScanFileWalk::Next(QuadAndBlock_s* record) {
     return false;
 }
 
+bool ScanFileWalk::Skip(std::uint64_t records) {
+    if (!Compressed() && end_ == End::kNone) {
+        reader_.Skip(records * kRecordSize);
+        count_ += records;
+        return true;
+    }
+    QuadAndBlock_s skipped;
+    for (; records != 0 && Next(&skipped); --records) {
+    }
+    return records == 0;
+}
+
 void ScanFileWalk::Stop(int status) {
     if (Compressed()) {
         StopInflating(status);

@@ -28,6 +28,9 @@ class ScanFileWalk {
 
     /// Reads the next record; false when there is none.
     bool Next(QuadAndBlock_s* record);
+    /// Leaves out so many records; false when there are not so many. A raw file is not read for it,
+    /// so `Crc` says nothing afterwards, and that they are not there shows at the next one.
+    bool Skip(std::uint64_t records);
 
     End Ended() const { return end_; }
     /// errno of an unreadable file.

@@ -19,10 +19,15 @@ class Examiner {
   public:
     explicit Examiner(const ScanSet& set) : set_(set) {}
 
-    ScanSetReport Examine(unsigned jobs, const ScanProgress& progress) {
+    ScanSetReport Examine(unsigned jobs, const ScanProgress& progress,
+                          const ScanSetRecordTaker& take) {
         const std::vector<ScanSetFile>& files = set_.Files();
         const auto study = [&](std::size_t i) {
-            return StudyScanFile(set_.Listing().folder, files[i].name.Text(), progress);
+            ScanRecordTaker takeOne;
+            if (take) {
+                takeOne = [&take, i](const QuadAndBlock_s& record) { take(i, record); };
+            }
+            return StudyScanFile(set_.Listing().folder, files[i].name.Text(), progress, takeOne);
         };
         OrderedWork<ScanFileStudy>::Run(
             files.size(), jobs, study,
@@ -160,6 +165,7 @@ class Examiner {
 
 }  // namespace
 
-ScanSetReport CheckScanSet(const ScanSet& set, unsigned jobs, const ScanProgress& progress) {
-    return Examiner(set).Examine(jobs, progress);
+ScanSetReport CheckScanSet(const ScanSet& set, unsigned jobs, const ScanProgress& progress,
+                           const ScanSetRecordTaker& take) {
+    return Examiner(set).Examine(jobs, progress, take);
 }

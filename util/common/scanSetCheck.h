@@ -1,7 +1,9 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "util/common/blockTypes.h"
@@ -26,6 +28,12 @@ struct ScanSetReport {
     bool Restorable() const { return problems.empty(); }
 };
 
+/// Is shown every record of a set, with its file's place among the set's files. The records of a
+/// file come in their order, from the thread that reads it; other files may be read meanwhile.
+using ScanSetRecordTaker = std::function<void(std::size_t file, const QuadAndBlock_s& record)>;
+
 /// Reads every record of a set and judges it, on so many threads; the report does not depend on
-/// their number. `progress` is told of `set.Bytes()` in all.
-ScanSetReport CheckScanSet(const ScanSet& set, unsigned jobs, const ScanProgress& progress = {});
+/// their number. `progress` is told of `set.Bytes()` in all. `take` is for who has use for the
+/// records meanwhile; what it throws ends the check.
+ScanSetReport CheckScanSet(const ScanSet& set, unsigned jobs, const ScanProgress& progress = {},
+                           const ScanSetRecordTaker& take = {});

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <stdexcept>
 
 #include "tests/support/scanFileImage.h"
 #include "tests/support/temporaryDirectory.h"
@@ -91,6 +92,26 @@ TEST_F(ScanSetCheckTest, TellsOfEveryByteThatIsDone) {
     CheckScanSet(set, 2, [&done](std::uint64_t bytes) { done += bytes; });
     EXPECT_EQ(done, set.Bytes());
     EXPECT_EQ(set.Bytes(), 3U * 660 + 5U * 4104);
+}
+
+TEST_F(ScanSetCheckTest, ShowsTheRecordsOfEveryFileInTheirOrder) {
+    Write({{3, 1}, {}, {4, 4}});
+    const ScanSet set(directory_.Path());
+    std::vector<std::vector<std::uint64_t>> shown(3);
+    CheckScanSet(set, 2, {}, [&shown](std::size_t file, const QuadAndBlock_s& record) {
+        shown[file].push_back(record.blockNumber);
+    });
+    EXPECT_THAT(shown, ElementsAre(ElementsAre(3, 1), IsEmpty(), ElementsAre(4, 4)));
+}
+
+TEST_F(ScanSetCheckTest, EndsWithWhatItsRecordTakerThrows) {
+    Write({{1, 2}, {3}, {4}});
+    const auto refuse = [](std::size_t, const QuadAndBlock_s& record) {
+        if (record.blockNumber == 3) {
+            throw std::runtime_error("no room");
+        }
+    };
+    EXPECT_THROW(CheckScanSet(ScanSet(directory_.Path()), 2, {}, refuse), std::runtime_error);
 }
 
 TEST_F(ScanSetCheckTest, KnowsTheOtherFormatByTheSuperblock) {
