@@ -2,6 +2,7 @@
 
 import json
 import re
+import subprocess
 
 import pytest
 
@@ -13,6 +14,8 @@ OTHER_PROGRAMS_OPTIONS = {
     "--add-gnu-debuglink", "--only-keep-debug", "--strip-debug",     # objcopy
     "--gtest",                                                       # a program of unit tests
     "--detach", "--find", "--show",                                  # losetup
+    "--getsize",                                                     # blockdev
+    "--setenv", "--unit", "--working-directory",                     # systemd-run
 }
 SCRIPTS = [path for path in (ROOT / "scripts").iterdir() if path.is_file()]
 DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
@@ -22,6 +25,25 @@ DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
 def test_links_of_documents_lead_somewhere(document):
     links = re.findall(r"\]\(([^)#]+)\)", document.read_text(encoding="utf-8"))
     assert [link for link in links if not (document.parent / link).exists()] == []
+
+
+def anchors(document):
+    """The headings of a page as links name them."""
+    headings = re.findall(r"^#+ (.*)$", document.read_text(encoding="utf-8"), re.MULTILINE)
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_links_into_a_page_lead_to_a_heading(document):
+    links = re.findall(r"\]\(([^)#]*)#([^)]+)\)", document.read_text(encoding="utf-8"))
+    assert [link for link in links if link[1] not in anchors(
+        document.parent / link[0] if link[0] else document)] == []
+
+
+def test_the_documents_and_manuals_are_spelt_well():
+    done = subprocess.run(["codespell", "-L", "deactive", *DOCUMENTS, ROOT / "docs/man"], capture_output=True, text=True,
+                          check=False)
+    assert (done.returncode, done.stdout) == (0, "")
 
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)

@@ -1,4 +1,4 @@
-"""The solutions of the training's exercises, typed in as they stand there."""
+"""What the operator's guide and the training's solutions show, typed in as it stands there."""
 
 import pytest
 
@@ -6,17 +6,19 @@ import house
 import loopdev
 import transcripts
 
-PAGE = house.ROOT / "docs/training.md"
 
-
-def test_every_solution_shows_what_happens(build, tmp_path):
+@pytest.mark.parametrize("page, begins", [
+    ("operators.md", "## From a damaged pool"), ("training.md", "## Solutions")])
+def test_every_session_shows_what_happens(build, tmp_path, page, begins):
     for answer in (loopdev.have_loop(), loopdev.have_service()):
         if not answer:
             pytest.skip(answer.why)
-    shown = transcripts.sessions(PAGE.read_text(encoding="utf-8").split("## Solutions")[1])
+    text = (house.ROOT / "docs" / page).read_text(encoding="utf-8")
+    assert not transcripts.sessions(text.split(begins)[0])
+    shown = transcripts.sessions(text.split(begins)[1])
     printed = transcripts.run([command for command, _ in shown], tmp_path, env={
         "OSTREL_BUILD": str(build)}, before=[house.ROOT / "scripts/training", tmp_path / "training"])
-    assert len(shown) > 20
+    assert len(shown) > 15
     for (command, lines), seen in zip(shown, printed):
         assert transcripts.fits(lines, seen), (command, seen)
 
