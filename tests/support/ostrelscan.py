@@ -33,10 +33,10 @@ def sanitized():
     return "libasan" in linked or "libtsan" in linked
 
 
-def preload(library, **settings):
-    """The environment that loads a library of the test support before a program."""
+def preload(*libraries, **settings):
+    """The environment that loads libraries of the test support before a program."""
     options = os.environ.get("ASAN_OPTIONS", "")
-    return {"LD_PRELOAD": str(helper(library)), **settings,
+    return {"LD_PRELOAD": ":".join(str(helper(library)) for library in libraries), **settings,
             "ASAN_OPTIONS": f"{options}:verify_asan_link_order=0".lstrip(":")}
 
 

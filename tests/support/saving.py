@@ -177,6 +177,20 @@ def failed_line(status):
     return f"Scan failed (see ostrelscan.log for more details): {status}"
 
 
+NO_SCREEN = "util/ostrelscan/scanUI[1106]"  # the last words of a run that could not have one
+
+
+def assert_orderly(run):
+    """The run has ended by itself, with the terminal as it was and its end told."""
+    assert run.status in (0, 1)
+    assert run.restored
+    assert "terminate called" not in run.text
+    told = [line for line in run.text.splitlines() if line]
+    assert (run.status == 1) == bool(told), told
+    if run.log:
+        assert run.log.splitlines()[-1] in ("</ostrelscan>", NO_SCREEN)
+
+
 @contextlib.contextmanager
 def tmpfs(folder, options):
     """A file system of its own on a new folder; OSError where mounting is not allowed."""

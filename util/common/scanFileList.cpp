@@ -102,7 +102,7 @@ ScanFileFacts& ScanFileList::ScanFileFactsLast() {
 }
 
 SFL_Key* ScanFileList::EnumerateOpen(int mode) const {
-    auto key = std::make_unique<SFL_Key>(mode, static_cast<int>(files_.Size()));
+    auto key = std::make_unique<SFL_Key>(KeyAtNewest(mode));
     return key.release();
 }
 

@@ -69,7 +69,9 @@ class ScanFileList {
     /// The newest entry, or `SFF_Unreferenced`.
     ScanFileFacts& ScanFileFactsLast();
 
-    /// A new key at the newest entry, owned by the caller; `EnumerateClose` deletes it.
+    /// A key at the newest entry.
+    SFL_Key KeyAtNewest(int mode) const { return {mode, static_cast<int>(files_.Size())}; }
+    /// The same in memory of its own, owned by the caller; `EnumerateClose` deletes it.
     SFL_Key* EnumerateOpen(int mode) const;
     /// The entry at the key, which steps to the one before; `SFF_Unreferenced` past the oldest.
     ScanFileFacts& Enumerate(SFL_Key* key);

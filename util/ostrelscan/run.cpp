@@ -9,7 +9,6 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <new>
 #include <optional>
 
 #include "util/common/clock.h"
@@ -79,7 +78,7 @@ void LogHeader(int argc, char** argv) {
     arguments << "</CommandLine>\n";
 }
 
-/// What finds no memory outside of a pass ends here, with the terminal still to be given back.
+/// What fails outside of a pass ends here, with the terminal still to be given back.
 unsigned RunAction(UserInterface& dialogue, const RunSettings& settings) {
     try {
         if (std::strcmp(settings.action, "save") == 0) {
@@ -88,9 +87,9 @@ unsigned RunAction(UserInterface& dialogue, const RunSettings& settings) {
         if (std::strcmp(settings.action, "restore") == 0) {
             return dialogue.RunRestore(settings);
         }
-    } catch (const std::bad_alloc&) {
-        LogLine() << "The dialogue found no memory\n";
-        return zERR_NO_MEMORY;
+    } catch (const std::exception& failure) {
+        LogLine() << "The dialogue failed: " << failure.what() << '\n';
+        return static_cast<unsigned>(StatusOf(failure));
     }
     return zERR_NOT_SUPPORTED;
 }

@@ -41,6 +41,11 @@ unsigned ElapsedSeconds() {
 
 }  // namespace
 
+int StatusOf(const std::exception& failure) {
+    const bool noMemory = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr;
+    return noMemory ? zERR_NO_MEMORY : zERR_GENERIC_OSTREL_ERROR;
+}
+
 UserInterface::UserInterface(bool automatic, SignalWatch* signals)
     : signals_(signals), terminal_(signals, [this] { screen_.reset(); }), automatic_(automatic) {
     try {
@@ -98,11 +103,12 @@ unsigned UserInterface::RunDump(const RunSettings& settings) {
 }
 
 void UserInterface::Watch(const ScanEngine& engine, const std::function<void(bool)>& show) {
+    // Nobody leaves a pass that is under way: a repaint that fails is left out.
     const auto repaint = [&](bool final) {
         try {
             show(final);
-        } catch (const std::bad_alloc&) {
-            // A repaint less: nobody leaves a pass that is under way.
+        } catch (const std::exception& failure) {
+            NoteUnpainted(failure);
         }
     };
     while (!engine.Finished()) {
@@ -111,6 +117,13 @@ void UserInterface::Watch(const ScanEngine& engine, const std::function<void(boo
         Ostrel::LB_delay(kPollMilliseconds);
     }
     repaint(true);
+}
+
+void UserInterface::NoteUnpainted(const std::exception& failure) {
+    if (unpainted_ == 0) {
+        unpainted_ = StatusOf(failure);
+        LogLine() << "The screen could not be painted: " << failure.what() << '\n';
+    }
 }
 
 void UserInterface::WatchDump(ScanEngine& engine, BlockSelector& selector,
@@ -155,7 +168,7 @@ int UserInterface::Report(ScanEngine& engine, const char* position) {
         LogLine() << position << ' ' << message;
     }
     LetUserView();
-    return engine.Result();
+    return engine.Result() != 0 ? engine.Result() : unpainted_;
 }
 
 void UserInterface::DisplayHeaderDump(unsigned long long blocks, const char* poolName,
@@ -205,9 +218,9 @@ void UserInterface::GetAbsoluteSBLocation(const BlockSelector* selector, int ind
 }
 
 void UserInterface::DisplayCounts(BlockSelector* selector) {
-    const std::unique_ptr<BS_Key> key(selector->EnumerateOpen(0));
+    BS_Key key(0);
     int index = 0;
-    while (const BlockSelect_s* type = selector->Enumerate(key.get())) {
+    while (const BlockSelect_s* type = selector->Enumerate(&key)) {
         int row = 0;
         int column = 0;
         GetAbsoluteSBLocation(selector, index++, &row, &column);
@@ -221,9 +234,9 @@ void UserInterface::DisplayCounts(BlockSelector* selector) {
 }
 
 void UserInterface::DisplaySFL(ScanFileList& list, int mode) {
-    const std::unique_ptr<SFL_Key> key(list.EnumerateOpen(mode));
+    SFL_Key key = list.KeyAtNewest(mode);
     for (int row = kLastFileRow; row >= kFirstFileRow; --row) {
-        const ScanFileFacts& facts = list.Enumerate(key.get());
+        const ScanFileFacts& facts = list.Enumerate(&key);
         if (!facts.Valid()) {
             break;
         }

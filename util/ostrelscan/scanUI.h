@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -18,6 +19,9 @@ struct RunSettings;
 extern const char* const SCAN_ColumnFormat;
 extern const char* const SCAN_ColumnFormatSkip;
 
+/// The status of a run whose dialogue failed with this.
+int StatusOf(const std::exception& failure);
+
 /// The operator dialogue of one run: starts the engine, repaints a full screen ten times a second
 /// while it works, and writes the run's summary into the log. Used by the operator thread.
 class UserInterface {
@@ -29,7 +33,8 @@ class UserInterface {
     UserInterface(const UserInterface&) = delete;
     UserInterface& operator=(const UserInterface&) = delete;
 
-    /// Runs a save; returns 0 or the engine's status.
+    /// Runs a save; returns 0 or the engine's status, or that of a screen that could not be painted
+    /// while the engine worked.
     unsigned RunDump(const RunSettings& settings);
     /// The same, by its settings' names. `path` ends in "/"; `allBlocks` takes the "User" blocks
     /// too.
@@ -37,7 +42,7 @@ class UserInterface {
                      bool compress, bool bypass, bool validate);
 
     /// Runs a restore once the operator has agreed to it; returns 0, `zERR_BAD_PARAMETER_VALUE`
-    /// when it was refused, or the engine's status.
+    /// when it was refused, or as `RunDump`.
     unsigned RunRestore(const RunSettings& settings);
     unsigned RunRestore(const char* path, const char* device, const char* poolName, bool allBlocks,
                         bool bypass, bool validate);
@@ -82,9 +87,10 @@ class UserInterface {
     void DisplayDumpState(ScanEngine& engine, BlockSelector& selector, bool final);
     void WatchDump(ScanEngine& engine, BlockSelector& selector, const DumpOptions& options);
     void WatchRestore(ScanEngine& engine, BlockSelector& selector);
-    /// Repaints with `show` until the pass has finished, and once more then, with true. Throws
-    /// nothing when `show` is a reference to what repaints.
+    /// Repaints with `show`, a reference so that nothing of this throws, until the pass has
+    /// finished, and once more then, with true.
     void Watch(const ScanEngine& engine, const std::function<void(bool)>& show);
+    void NoteUnpainted(const std::exception& failure);
     /// Logs the history of a finished pass, shows and logs its failure, and pauses; returns its
     /// result. `position` leads the failure in the log.
     int Report(ScanEngine& engine, const char* position);
@@ -98,4 +104,5 @@ class UserInterface {
     TerminalHold terminal_;
     std::unique_ptr<ScreenInterface> screen_;  // ends before the terminal is let go
     bool automatic_;
+    int unpainted_ = 0;  // the status of the first repaint that failed
 };
