@@ -4,6 +4,7 @@ import errno
 import os
 import pathlib
 import resource
+import select
 import signal
 import subprocess
 
@@ -29,6 +30,15 @@ def hang_up(terminal):
     nothing = os.open(os.devnull, os.O_RDWR)
     os.dup2(nothing, terminal.child.child_fd)
     os.close(nothing)
+
+
+def takes_output(pid):
+    """Whether this program could write to its terminal."""
+    device = os.open(f"/proc/{pid}/fd/1", os.O_WRONLY | os.O_NOCTTY)
+    try:
+        return bool(select.select([], [device], [], 0)[1])
+    finally:
+        os.close(device)
 
 
 def exit_status(terminal):
@@ -69,10 +79,11 @@ def test_a_save_that_ignores_its_terminals_end_is_completed(fault_loop, sample, 
     saving.assert_saved(tmp_path, saving.expected(sample.path))
 
 
-def test_a_question_whose_terminal_goes_away_is_answered_with_no(tmp_path):
+@pytest.mark.parametrize("command", [IGNORING, [ostrelscan.tool()]], ids=["ignoring", "told"])
+def test_a_question_whose_terminal_goes_away_is_answered_with_no(tmp_path, command):
     scanset.write_set(tmp_path, [(2, b"LEAF".ljust(4096, b"x"))], pool_name="DATA")
     (tmp_path / "device").write_bytes(b"untouched")
-    argv = [*IGNORING, "--bypass-ostrel", "--danger", "restore", "data", "device"]
+    argv = [*command, "--bypass-ostrel", "--danger", "restore", "data", "device"]
     with screen.Terminal(argv, cwd=tmp_path) as terminal:
         terminal.wait_for("Do you wish to restore", 60)
         hang_up(terminal)
@@ -119,6 +130,17 @@ def test_a_terminal_that_is_stopped_is_given_back_too(tmp_path):
         ended = run.end()
         feed.close()
     signalled.assert_ended_at_once(ended, signal.SIGTERM)
+    assert signalled.MAIN_SCREEN in ended.output
+
+
+def test_a_quit_at_the_pause_gives_a_stopped_terminal_back(tmp_path):
+    with signalled.running(saving.arguments("nowhere"), tmp_path) as run:
+        run.terminal.wait_for("Press any key", 60)
+        run.terminal.send("\x13")
+        signalled.eventually(lambda: not takes_output(run.pid))
+        run.kill(signal.SIGQUIT)
+        ended = run.end()
+    assert (ended.status, ended.restored) == (128 + signal.SIGQUIT, True)
     assert signalled.MAIN_SCREEN in ended.output
 
 

@@ -1,5 +1,6 @@
 #include "util/ostrelscan/signalWatch.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <termios.h>
 #include <unistd.h>
@@ -7,10 +8,10 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -27,10 +28,6 @@ namespace {
 constexpr std::chrono::milliseconds kPolite{500};
 constexpr std::chrono::milliseconds kPatience{2000};
 constexpr std::chrono::milliseconds kLook{10};
-
-std::string NameOf(int signal) {
-    return std::string("SIG") + sigabbrev_np(signal);
-}
 
 /// The signals to wait for: those that would end the process.
 sigset_t EndingSignals() {
@@ -64,6 +61,12 @@ class TerminalModes {
         if (stream_ >= 0) {
             tcsetattr(stream_, TCSANOW, &modes_);
         }
+    }
+
+    /// Whether the terminal takes more now. One that is stopped, or that nobody reads, is full.
+    bool TakesOutput() const {
+        pollfd terminal{stream_, POLLOUT, 0};
+        return poll(&terminal, 1, 0) > 0;
     }
 
     /// Lets somebody whom the terminal holds up write on: what it has not taken yet is dropped, and
@@ -112,6 +115,7 @@ class SignalWatch::State {
     void FreeOperator() const;
     void GiveTerminalBack();
     [[noreturn]] void EndByDefault(int signal);
+    void SealRecord(int signal) const;
     [[noreturn]] void EndAtOnce(int signal);
 
     const sigset_t watched_ = EndingSignals();
@@ -141,7 +145,7 @@ void SignalWatch::State::SettleStatus(int exitStatus) {
     const std::lock_guard lock(mutex_);
     exitStatus_ = exitStatus;
     if (Taken()) {
-        LogLine() << "Note: " << NameOf(taken_) << " asked this run to end\n";
+        LogLine() << "Note: SIG" << sigabbrev_np(taken_) << " asked this run to end\n";
     }
 }
 
@@ -207,6 +211,9 @@ void SignalWatch::State::GiveTerminalBack() {
     if (!inTurn) {
         modes_.Restore();
     } else if (giveBack_) {
+        if (!modes_.TakesOutput()) {
+            modes_.DropOutput();
+        }
         giveBack_();
     }
 }
@@ -221,6 +228,18 @@ void SignalWatch::State::EndByDefault(int signal) {
     _exit(1);
 }
 
+/// Without memory of its own: the run may have none left.
+void SignalWatch::State::SealRecord(int signal) const {
+    char note[64] = "";
+    if (!exitStatus_) {
+        std::snprintf(note, sizeof note, "Note: SIG%s ended this run at once, after SIG%s\n",
+                      sigabbrev_np(signal), sigabbrev_np(taken_));
+    }
+    char words[96] = "";
+    std::snprintf(words, sizeof words, "%s</ostrelscan>\n", note);
+    SealLog(words);
+}
+
 void SignalWatch::State::EndAtOnce(int signal) {
     GiveTerminalBack();
     std::unique_lock lock(mutex_);
@@ -231,9 +250,7 @@ void SignalWatch::State::EndAtOnce(int signal) {
         lock.lock();
     }
     if (!recordClosed_) {
-        const std::string note =
-            "Note: " + NameOf(signal) + " ended this run at once, after " + NameOf(taken_) + "\n";
-        SealLog((exitStatus_ ? "" : note) + "</ostrelscan>\n");
+        SealRecord(signal);
     }
     _exit(exitStatus_.value_or(1));
 }
