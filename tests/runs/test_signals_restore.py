@@ -76,6 +76,17 @@ def test_a_signal_ends_a_restore_behind_the_current_file(held, number, held_file
         "util/ostrelscan/scanEngine[1041]ZRB EOF found", "In RunRestoreMain(exit)"]
 
 
+def test_a_restore_that_a_signal_has_stopped_asks_for_no_key(held):
+    with held(1) as (run, disk, _image):
+        run.terminal.wait_for(CONSENT, 60)
+        run.terminal.send("y")
+        disk.wait_for_pause()
+        signalled.wait_until_stuck(run.pid, run.terminal)
+        run.send(signal.SIGTERM)
+        disk.go_on()
+        signalled.assert_ended(run.end(), signal.SIGTERM)
+
+
 def test_a_stopped_restore_takes_every_step_that_stores_its_device(held):
     with held(1, "--automatic", faults="fflush=28,fsync=5,fclose=9") as (run, disk, _image):
         disk.wait_for_pause()
@@ -94,10 +105,13 @@ def test_a_second_signal_leaves_a_restore_as_it_is(held):
         disk.wait_for_pause()
         signalled.wait_until_stuck(run.pid, run.terminal)
         run.send(signal.SIGTERM)
+        device = ostrelscan.split_log(run.log)[-1].arguments[-1]
+        before = list(poolTypes.blocks(device))
         run.kill_at_once(signal.SIGINT)
         assert run.log.endswith("</ostrelscan>\n")
         disk.go_on()
         ended = run.end()
+        assert list(poolTypes.blocks(device)) == before
     signalled.assert_ended_at_once(ended, signal.SIGINT)
     assert "In RunRestoreMain(exit)" not in ended.log_run.lines
 

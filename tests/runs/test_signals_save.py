@@ -139,7 +139,7 @@ def test_at_the_pause_a_signal_is_the_key(loop, sample, tmp_path, number):
         run.kill(number)
         ended = run.end()
     assert (ended.status, ended.restored, ended.text.strip()) == (0, True, "")
-    assert ended.log_run.closed
+    signalled.assert_record_closed(ended.log_run, number)
     saving.assert_saved(tmp_path, saving.expected(sample.path))
 
 
@@ -149,14 +149,17 @@ def test_at_the_pause_of_a_failed_save_the_run_ends_with_its_own_status(tmp_path
         run.kill(signal.SIGTERM)
         ended = run.end()
     assert (ended.status, ended.restored) == (1, True)
-    assert ended.text.strip() == saving.failed_line(1) and ended.log_run.closed
+    assert ended.text.strip() == saving.failed_line(1)
+    signalled.assert_record_closed(ended.log_run, signal.SIGTERM)
 
 
+@pytest.mark.parametrize("call", ["time", "newterm"])
 @pytest.mark.parametrize("number", SIGNALS, ids=name)
-def test_a_signal_before_the_screen_ends_the_run_without_a_pass(loop, sample, tmp_path, number):
+def test_a_signal_before_the_screen_ends_the_run_without_a_pass(loop, sample, tmp_path, number,
+                                                                call):
     with loop(sample.path, read_only=True) as device:
         run = saving.save(device, tmp_path, env=ostrelscan.preload(
-            "libsignalat.so", SIGNAL_CALL="newterm", SIGNAL_NUMBER=str(int(number))))
+            "libsignalat.so", SIGNAL_CALL=call, SIGNAL_NUMBER=str(int(number))))
     assert run.status == 1
     signalled.assert_record_closed(run.log_run, number)
     assert "In RunDumpMain(start)" not in run.log_run.lines
@@ -206,6 +209,8 @@ def test_signals_that_were_ignored_at_the_start_stay_ignored(fault_loop, sample,
         terminal.send("\x03")
         disk.go_on()
         assert terminal.wait_exit(60) == 0
+    log = (tmp_path / ostrelscan.LOG_NAME).read_text(encoding="utf-8")
+    assert signalled.notes(ostrelscan.split_log(log)[-1]) == []
     saving.assert_saved(tmp_path, saving.expected(sample.path))
 
 
