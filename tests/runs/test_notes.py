@@ -135,3 +135,37 @@ def test_details_that_were_left_out_are_counted(fault_loop, tmp_path, bad):
     assert run.status == 0
     assert run.log.count("TrackReadErrorStats\n") == bad
     assert notes(run) == ([OMITTED.format(bad - 999)] if bad > 999 else [])
+
+
+# Everything else
+
+
+@pytest.mark.parametrize("words, status, told", [
+    (["save", "data", "device"], 0, "In RunDumpMain(exit)"),
+    (["save", "data", "none"], 1, 'Unable to open device "none" for read access - '),
+    (["-P", "nowhere", "save", "data", "device"], 1, "Could not create nowhere/T0000000.ZSB"),
+    (["save", "data", "zeros"], 1, "OSTREL Pool superblock header validation error:  "),
+    (["--danger", "-P", "set", "--validation-skip", "restore", "pool", "device"], 0,
+     "In RunRestoreMain(exit)"),
+    (["--danger", "-P", "set", "restore", "pool", "none"], 1, 'Unable to open device "none" for '),
+    (["--danger", "-P", "set", "restore", "pool", "zeros"], 1, "OSTREL Pool superblock header "),
+    (["--danger", "-P", "nowhere", "restore", "pool", "device"], 1, "Could not open ZRB file:  "),
+], ids=lambda value: " ".join(value) if isinstance(value, list) else "")
+def test_failures_refusals_and_regular_files_as_devices_are_told_without_a_note(tmp_path, words,
+                                                                              status, told):
+    folder = restoring.make_folder(tmp_path / "run")
+    scanset.write_set(folder / "set", restoring.records([3, 4]))
+    saving.run_of(folder / "device", 64, 40)
+    (folder / "zeros").write_bytes(bytes(1 << 18))
+    run = ostrelscan.run(["--bypass-ostrel", *words], folder)
+    assert run.status == status
+    assert told in run.log
+    assert notes(run) == []
+
+
+def test_a_restore_that_the_operator_refuses_has_no_note(tmp_path):
+    folder = restoring.make_folder(tmp_path / "run")
+    scanset.write_set(folder / "set", restoring.records([3, 4]))
+    run = restoring.restore(folder, "none", automatic=False)
+    assert run.stdout.endswith(saving.failed_line(restoring.REFUSED) + "\n")
+    assert notes(run) == []
