@@ -47,6 +47,10 @@ find_package(ZLIB REQUIRED)
 find_package(Threads REQUIRED)
 set(CURSES_NEED_WIDE TRUE)
 find_package(Curses REQUIRED)
+find_package(PkgConfig)
+if(PkgConfig_FOUND)
+  pkg_check_modules(FUSE3 IMPORTED_TARGET fuse3>=3.12)  # what needs it is left out without it
+endif()
 
 # A program of the product: its binary stands in bin/ of the build folder.
 function(ostrel_program target)

@@ -74,12 +74,15 @@ ROOMS = (
     Room("scan sets", "1 left", "util/common", ("0", "scan file format", "scan file reader"), """
         scanFileStudy
         scanFileWalk
+        scanPieces
         scanProblem
         scanSet
         scanSetBlocks
         scanSetCheck
         scanSetIndex
+        scanSetLoss
         scanSetNames
+        scanSetPool
         scanSetTwice
     """),
     Room("pool control", "1 right", "util/common", ("0",), """
@@ -125,12 +128,14 @@ ROOMS = (
         command
         commands
         failure
+        imageMount
         infoCommand
         json
         listCommand
         logCommand
         main
         messages
+        mountCommand
         openSet
         output
         outputs
@@ -199,7 +204,7 @@ LIBRARIES = (
             ("screenInterface", "screenTerminal")),
     Library("zlib", r"#\s*include <z(lib|conf)\.h>", ("1 left", "crc")),
     Library("the bus library", r"#\s*include <dlfcn\.h>|\buserHeb", ("heb", "hebusLibrary")),
-    Library("libfuse", r"#\s*include <fuse", ("fuseFiles",)),
+    Library("libfuse", r"#\s*include <fuse", ("fuseFiles", "imageMount")),
     Library("the option parser", r"#\s*include <CLI/", ("parser",)),
     Library("the JSON library", r"#\s*include <nlohmann/", ("json",)),
 )

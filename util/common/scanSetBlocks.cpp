@@ -19,6 +19,19 @@ ScanStretchContent::ScanStretchContent(ScanFileWalk& walk, const ScanStretch& st
     if (!there) {
         throw std::runtime_error("a scan file has changed while it was in use");
     }
+    SortBlocks();
+}
+
+ScanStretchContent::ScanStretchContent(const ScanStretch& stretch, bool compressed,
+                                       std::unique_ptr<QuadAndBlock_s[]> records)
+    : stretch_(stretch),
+      compressed_(compressed),
+      records_(std::move(records)),
+      order_(stretch.records) {
+    SortBlocks();
+}
+
+void ScanStretchContent::SortBlocks() {
     std::iota(order_.begin(), order_.end(), 0);
     std::ranges::stable_sort(order_, {}, [this](std::uint32_t i) { return BlockOf(i); });
     // Of those with one number the last one stays: counted from the end it is the first.

@@ -28,6 +28,9 @@ class ScanStretchContent {
     /// Reads them on from where the walk stands, which must be the stretch's file and not behind
     /// its first record. Throws std::runtime_error when they are no longer there.
     ScanStretchContent(ScanFileWalk& walk, const ScanStretch& stretch);
+    /// Takes those that were read by other means, of a compressed file or not.
+    ScanStretchContent(const ScanStretch& stretch, bool compressed,
+                       std::unique_ptr<QuadAndBlock_s[]> records);
 
     /// The record of the lowest block from this one on; of a block that is there several times the
     /// last one, which is what a restore leaves.
@@ -36,6 +39,7 @@ class ScanStretchContent {
     std::optional<ScanPlace> Find(std::uint64_t block) const;
 
   private:
+    void SortBlocks();
     std::uint64_t BlockOf(std::uint32_t i) const { return records_[i].blockNumber; }
 
     ScanStretch stretch_;

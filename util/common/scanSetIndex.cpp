@@ -39,7 +39,7 @@ std::uint64_t ScanSetIndex::Records() const {
 
 void ScanSetIndexer::Add(std::size_t file, const QuadAndBlock_s& record) {
     std::vector<ScanStretch>& stretches = files_[file];
-    if (stretches.empty() || stretches.back().records == ScanStretch::kMostRecords) {
+    if (stretches.empty() || stretches.back().records == mostRecords_) {
         ScanStretch next;
         next.file = static_cast<std::uint32_t>(file);
         if (!stretches.empty()) {

@@ -54,8 +54,10 @@ class ScanSetIndex {
 /// Makes an index from the records of a set while they are read for whatever purpose.
 class ScanSetIndexer {
   public:
-    /// Of a set with so many files.
-    explicit ScanSetIndexer(std::size_t files) : files_(files) {}
+    /// Of a set with so many files, in stretches of so many records at most.
+    explicit ScanSetIndexer(std::size_t files,
+                            std::uint32_t mostRecords = ScanStretch::kMostRecords)
+        : files_(files), mostRecords_(mostRecords) {}
 
     /// Takes the next record of a file. Those of different files may come on different threads.
     void Add(std::size_t file, const QuadAndBlock_s& record);
@@ -64,4 +66,5 @@ class ScanSetIndexer {
 
   private:
     std::vector<std::vector<ScanStretch>> files_;
+    const std::uint32_t mostRecords_;
 };

@@ -1,5 +1,12 @@
 #include "util/zsbtool/commands.h"
 
+// What needs FUSE is built only where that is.
+#ifdef ZSBTOOL_MOUNTS
+#define ZSBTOOL_MOUNT(command) command(kMountCommand)
+#else
+#define ZSBTOOL_MOUNT(command)
+#endif
+
 // One line for each command, in the order of the help: its row stands in its own source file.
 // clang-format off
 #define ZSBTOOL_COMMANDS(command) \
@@ -8,6 +15,7 @@
     command(kInfoCommand) \
     command(kListCommand) \
     command(kLogCommand) \
+    ZSBTOOL_MOUNT(command) \
     command(kStatusCommand)
 // clang-format on
 
