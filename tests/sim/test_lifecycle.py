@@ -142,6 +142,16 @@ def test_a_service_that_comes_as_the_last_one_leaves_makes_the_mount_point_anew(
     assert not folder.exists() and not record.exists()
 
 
+def test_a_service_ends_in_order_though_a_directory_of_its_mount_is_open(start):
+    sim = start()
+    directory = os.open(sim.inside("/_admin"), os.O_RDONLY | os.O_DIRECTORY)
+    try:
+        assert os.listdir(directory) == ["Devices", "Manage_OSTREL"]
+        assert sim.stop() == 0 and sim.errors == ""
+    finally:
+        os.close(directory)
+
+
 def test_a_mount_point_that_was_missing_is_made_and_removed_by_the_last_user(start, tmp_path):
     folder = str(tmp_path / "made")
     one, two = start("--mount", folder), start("--mount", folder)
