@@ -78,8 +78,10 @@ void BusHub::Drop(const MessageSocket* connection) {
         }
         it = dropped ? registrations_.erase(it) : std::next(it);
     }
+    // A service that stops ends the connections itself: their consumers have not gone, and what
+    // waits for their answers must not take it so and go on.
     for (auto& [id, delivery] : deliveries_) {
-        if (delivery.open && delivery.connection.get() == connection) {
+        if (delivery.open && !stopped_ && delivery.connection.get() == connection) {
             delivery.answer.kind = ConsumerAnswer::Kind::Gone;
             delivery.open = false;
         }
