@@ -72,6 +72,7 @@ ROOMS = (
         zsbFile zsbFileOpen
     """),
     Room("scan sets", "1 left", "util/common", ("0", "scan file format", "scan file reader"), """
+        scanFileMaker
         scanFileStudy
         scanFileWalk
         scanPieces
@@ -83,6 +84,7 @@ ROOMS = (
         scanSetLoss
         scanSetNames
         scanSetPool
+        scanSetRepack
         scanSetTwice
     """),
     Room("pool control", "1 right", "util/common", ("0",), """
@@ -125,6 +127,7 @@ ROOMS = (
         blockNumbers
         blockTypeNames
         checkCommand
+        checkSet
         command
         commands
         failure
@@ -133,13 +136,16 @@ ROOMS = (
         json
         listCommand
         logCommand
+        madeSet
         main
         messages
         mountCommand
         openSet
         output
         outputs
+        packCommand
         parser
+        prepareCommand
         program
         progress
         runLog

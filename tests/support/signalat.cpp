@@ -1,8 +1,8 @@
 // Loaded before a program: sends the process a signal, SIGNAL_NUMBER, at the call that SIGNAL_CALL
 // names: "time", the first look at the clock; "newterm", before curses begins the screen; "endwin",
-// when it has ended it; "stream", where threads but the first have written, moved or closed streams
-// or compressed for one SIGNAL_AFTER times. With SIGNAL_TWICE it is sent once more when the program
-// has taken the first.
+// when it has ended it; "fsync", before something is synced, which then waits for the end; "stream",
+// where threads but the first have written, moved or closed streams or compressed for one
+// SIGNAL_AFTER times. With SIGNAL_TWICE it is sent once more when the program has taken the first.
 
 #include <dlfcn.h>
 #include <poll.h>
@@ -99,6 +99,11 @@ int endwin() {
     const int result = Next<int()>("endwin")();
     SignalAt("endwin");
     return result;
+}
+
+int fsync(int file) {
+    SignalAt("fsync");
+    return Next<int(int)>("fsync")(file);
 }
 
 }  // extern "C"

@@ -71,3 +71,17 @@ def document(command, *arguments, status=0, **how):
     done = run(command, "--json", *arguments, **how)
     assert (done.status, done.err) == (status, "")
     return checked(command, done.out)
+
+
+def on_small_disk(folder, size):
+    """A command to run the program under: `folder` is a file system of `size` of its own meanwhile.
+    What stands there at the end is told on standard error."""
+    script = ('folder=$1; shift; mount -t tmpfs -o "size=$0" none "$folder"; "$@"; status=$?; '
+              'ls -A "$folder" >&2; exit $status')
+    return "unshare", "--mount", "sh", "-c", script, size, folder
+
+
+def signalled(number, *arguments):
+    """Runs a command and sends it a signal when its output is whole and about to be synced."""
+    return run(*arguments, env=ostrelscan.preload(
+        "libsignalat.so", SIGNAL_CALL="fsync", SIGNAL_NUMBER=str(int(number))))

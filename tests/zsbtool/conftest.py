@@ -13,6 +13,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support
 
 import loopdev  # noqa: E402
 import pools  # noqa: E402
+import zsbtool  # noqa: E402
 
 GOLDEN = pathlib.Path(__file__).resolve().parent / "golden"
 
@@ -49,6 +50,14 @@ def somebody():
     with tempfile.TemporaryDirectory() as folder:
         os.chmod(folder, 0o755)
         yield Somebody(pathlib.Path(folder), {"before": before if os.geteuid() == 0 else ()})
+
+
+@pytest.fixture
+def small_disk():
+    """zsbtool.on_small_disk, where file systems can be mounted."""
+    if not (answer := loopdev.have_private_mounts()):
+        pytest.skip(answer.why)
+    return zsbtool.on_small_disk
 
 
 @pytest.fixture

@@ -19,18 +19,10 @@ class Examiner {
   public:
     explicit Examiner(const ScanSet& set) : set_(set) {}
 
-    ScanSetReport Examine(unsigned jobs, const ScanProgress& progress,
-                          const ScanSetRecordTaker& take) {
-        const std::vector<ScanSetFile>& files = set_.Files();
-        const auto study = [&](std::size_t i) {
-            ScanRecordTaker takeOne;
-            if (take) {
-                takeOne = [&take, i](const QuadAndBlock_s& record) { take(i, record); };
-            }
-            return StudyScanFile(set_.Listing().folder, files[i].name.Text(), progress, takeOne);
-        };
+    template <class Study>
+    ScanSetReport Examine(unsigned jobs, const Study& study) {
         OrderedWork<ScanFileStudy>::Run(
-            files.size(), jobs, study,
+            set_.Files().size(), jobs, study,
             [this](std::size_t i, ScanFileStudy one) { Add(i, std::move(one)); });
         JudgeTwice();
         JudgeOrder();
@@ -167,5 +159,16 @@ class Examiner {
 
 ScanSetReport CheckScanSet(const ScanSet& set, unsigned jobs, const ScanProgress& progress,
                            const ScanSetRecordTaker& take) {
-    return Examiner(set).Examine(jobs, progress, take);
+    return Examiner(set).Examine(jobs, [&](std::size_t i) {
+        ScanRecordTaker takeOne;
+        if (take) {
+            takeOne = [&take, i](const QuadAndBlock_s& record) { take(i, record); };
+        }
+        return StudyScanFile(set.Listing().folder, set.Files()[i].name.Text(), progress, takeOne);
+    });
+}
+
+ScanSetReport StudyAndCheckScanSet(const ScanSet& set, unsigned jobs,
+                                   const ScanFileStudent& study) {
+    return Examiner(set).Examine(jobs, [&](std::size_t i) { return study(set.Files()[i]); });
 }

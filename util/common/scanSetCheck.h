@@ -37,3 +37,10 @@ using ScanSetRecordTaker = std::function<void(std::size_t file, const QuadAndBlo
 /// records meanwhile; what it throws ends the check.
 ScanSetReport CheckScanSet(const ScanSet& set, unsigned jobs, const ScanProgress& progress = {},
                            const ScanSetRecordTaker& take = {});
+
+/// Studies one file of a set, on any thread.
+using ScanFileStudent = std::function<ScanFileStudy(const ScanSetFile& file)>;
+
+/// The same for a work that is done file by file and reads every record anyway: `study` is the
+/// reading, once for each of the set's files.
+ScanSetReport StudyAndCheckScanSet(const ScanSet& set, unsigned jobs, const ScanFileStudent& study);

@@ -2,12 +2,12 @@
 #include <optional>
 #include <utility>
 
+#include "util/zsbtool/checkSet.h"
 #include "util/zsbtool/command.h"
 #include "util/zsbtool/failure.h"
 #include "util/zsbtool/json.h"
 #include "util/zsbtool/messages.h"
 #include "util/zsbtool/openSet.h"
-#include "util/zsbtool/progress.h"
 #include "util/zsbtool/setReport.h"
 #include "util/zsbtool/setSearch.h"
 #include "util/zsbtool/text.h"
@@ -15,13 +15,6 @@
 namespace zsbtool {
 
 namespace {
-
-CheckedSet Check(const Settings& settings, ScanSet set) {
-    Progress progress(settings, "check", set.Bytes());
-    ScanSetReport report =
-        CheckScanSet(set, settings.jobs, [&progress](std::uint64_t bytes) { progress.Add(bytes); });
-    return {std::move(set), std::move(report)};
-}
 
 /// Several sets: a line for each, and a sum.
 class Summary {
@@ -88,7 +81,7 @@ class CheckCommand final : public Command {
             if (recursive_) {
                 whole = CheckBelow(frame, path, summary) && whole;
             } else {
-                summary.Add(Check(frame.settings, OpenSet(frame.settings, path)));
+                summary.Add(CheckSet(frame.settings, OpenSet(frame.settings, path)));
             }
         }
         return summary.Finish(whole);
@@ -96,7 +89,7 @@ class CheckCommand final : public Command {
 
   private:
     ExitStatus CheckOne(Frame& frame) const {
-        const CheckedSet checked = Check(frame.settings, OpenSet(frame.settings, sets_.front()));
+        const CheckedSet checked = CheckSet(frame.settings, OpenSet(frame.settings, sets_.front()));
         if (frame.settings.json) {
             JsonDocument json(frame.out, "check");
             PutCheckedSet(json, checked);
@@ -114,7 +107,7 @@ class CheckCommand final : public Command {
             throw Failure(Printable(path) + ": there is no set below it");
         }
         for (ScanSetListing& listing : found.sets) {
-            summary.Add(Check(frame.settings, ScanSet(std::move(listing))));
+            summary.Add(CheckSet(frame.settings, ScanSet(std::move(listing))));
         }
         std::ranges::for_each(found.unreadable, Complain);
         return found.unreadable.empty();

@@ -16,7 +16,10 @@
     command(kListCommand) \
     command(kLogCommand) \
     ZSBTOOL_MOUNT(command) \
-    command(kStatusCommand)
+    command(kPackCommand) \
+    command(kPrepareCommand) \
+    command(kStatusCommand) \
+    command(kUnpackCommand)
 // clang-format on
 
 namespace zsbtool {

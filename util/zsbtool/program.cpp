@@ -64,7 +64,8 @@ int Refuse(const char* why) {
 
 int RunProgram(int argc, const char* const* argv) {
     FillStandardDescriptors();
-    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);  // a write then fails with its error
+    std::signal(SIGXFSZ, SIG_IGN);
     std::setlocale(LC_CTYPE, "C.UTF-8");  // names are UTF-8, and tables need their width
     NullBuffer nowhere;
     const LogRedirection redirection(nowhere);
