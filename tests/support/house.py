@@ -82,10 +82,12 @@ ROOMS = (
         scanSetCheck
         scanSetIndex
         scanSetLoss
+        scanSetMerge
         scanSetNames
         scanSetPool
         scanSetRepack
         scanSetTwice
+        scanSetUnion
     """),
     Room("pool control", "1 right", "util/common", ("0",), """
         heb hebConsumer
@@ -138,6 +140,7 @@ ROOMS = (
         logCommand
         madeSet
         main
+        mergeCommand
         messages
         mountCommand
         openSet

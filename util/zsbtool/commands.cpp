@@ -15,6 +15,7 @@
     command(kInfoCommand) \
     command(kListCommand) \
     command(kLogCommand) \
+    command(kMergeCommand) \
     ZSBTOOL_MOUNT(command) \
     command(kPackCommand) \
     command(kPrepareCommand) \
