@@ -1,0 +1,48 @@
+"""What is measured: each case a command, what it is compared with, and its goals."""
+
+import dataclasses
+import pathlib
+import sys
+
+import samples
+
+
+@dataclasses.dataclass(frozen=True)
+class Place:
+    """Where things stand."""
+    program: pathlib.Path    # the folder of the programs
+    outputs: pathlib.Path    # emptied before every run
+    sample: samples.Sample
+
+
+@dataclasses.dataclass(frozen=True)
+class Case:
+    """`goals` has, for each measure, the highest ratio to the anchor's. The measures are "cpu" (user and
+    system, of the whole process tree) and "wall", in seconds. Without an anchor the command prints its
+    measures itself, as a JSON object of seconds, and the goals are seconds, too."""
+    name: str
+    command: list
+    goals: dict
+    anchor: list = ()
+    zsbtool: str = ""    # the command of it that is needed
+    needs: tuple = ()    # programs
+    devices: tuple = ()
+
+
+def all_cases(place):
+    sample, zsbtool, out = place.sample, str(place.program / "zsbtool"), place.outputs
+    return [
+        Case("check raw", [zsbtool, "check", sample.raw], {"cpu": 0.35},
+             anchor=["sha256sum", *sample.raw_files], zsbtool="check"),
+        Case("check compressed", [zsbtool, "check", sample.compressed], {"cpu": 0.9, "wall": 0.55},
+             anchor=["gzip", "-t", sample.gzip], zsbtool="check"),
+        Case("pack", [zsbtool, "pack", sample.raw, out / "packed"], {"wall": 1.05},
+             anchor=["sh", "-c", 'out=$1; shift; cat "$@" | pigz -6 > "$out"', "sh",
+                     out / "all.gz", *sample.raw_files],
+             zsbtool="pack", needs=("pigz",)),
+        Case("image", [zsbtool, "image", sample.raw, "-o", out / "made.img"], {"wall": 1.3},
+             anchor=["cp", "--sparse=always", sample.image, out / "copied.img"], zsbtool="image"),
+        Case("mount", [sys.executable, pathlib.Path(__file__).with_name("latencies.py"), zsbtool,
+                       sample.compressed, out, str(sample.blocks)],
+             {"cold": 50e-3, "warm": 50e-6}, zsbtool="mount", devices=("/dev/fuse",)),
+    ]

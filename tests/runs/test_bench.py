@@ -1,0 +1,108 @@
+"""The benchmark's frame: what it makes of values, and what it takes of a run. No figure is held here."""
+
+import hashlib
+import subprocess
+import sys
+
+import pytest
+
+import house
+import scanset
+
+sys.path.insert(0, str(house.ROOT / "scripts" / "benchmark"))
+
+import cases  # noqa: E402
+import measuring  # noqa: E402
+import samples  # noqa: E402
+import table  # noqa: E402
+
+
+def row(goal, values, anchored=True):
+    return table.Row("work", "cpu", goal, values, anchored, 0.25)
+
+
+@pytest.mark.parametrize("goal, values, verdict", [
+    (0.5, [0.3, 0.4, 0.5], "met"),
+    (0.5, [0.5, 0.5, 0.5], "met"),
+    (0.5, [0.4, 0.55, 0.9], "within the spread"),
+    (0.5, [0.6, 0.61, 0.62], "MISSED"),
+    (0.5, [0.51], "MISSED"),
+])
+def test_a_goal_is_missed_by_more_than_the_spread(goal, values, verdict):
+    assert (row(goal, values).verdict, row(goal, values).missed) == (verdict, verdict == "MISSED")
+
+
+def test_a_single_disturbance_moves_neither_median_nor_spread():
+    calm = row(0.5, [0.4, 0.41, 0.42, 0.43, 0.44, 0.45, 0.46])
+    disturbed = row(0.5, [0.4, 0.41, 0.42, 0.43, 0.44, 0.45, 9.0])
+    assert (calm.median, disturbed.median) == (0.43, 0.43)
+    assert calm.spread == disturbed.spread == pytest.approx(0.015)
+
+
+def test_the_table_is_one_that_documents_show():
+    rows = [row(0.35, [0.1, 0.2, 0.3]), row(50e-6, [2e-6, 2e-6], anchored=False)]
+    assert table.text(rows) == (
+        "| case | measure | goal       | median | spread    | takes     |     |\n"
+        "| ---- | ------- | ---------- | ------ | --------- | --------- | --- |\n"
+        "| work | cpu     | <= 0.35    | 0.20   | +- 0.05   | 250.00 ms | met |\n"
+        "| work | cpu     | <= 50.0 us | 2.0 us | +- 0.0 us | 250.00 ms | met |\n")
+
+
+def test_a_run_counts_what_its_children_took(tmp_path):
+    burn = "import subprocess, sys; subprocess.run([sys.executable, '-c', 'sum(range(10**7))'])"
+    cost, printed = measuring.run([sys.executable, "-c", burn + "; print('done')"])
+    idle, _ = measuring.run([sys.executable, "-c", "pass"])
+    assert printed == b"done\n"
+    assert 0 < idle["cpu"] < cost["cpu"]
+
+
+def test_a_run_that_fails_ends_the_measuring():
+    with pytest.raises(measuring.Failed, match="sh -c ended with 3"):
+        measuring.run(["sh", "-c", "exit 3"])
+
+
+def test_every_run_finds_its_outputs_gone(tmp_path):
+    (tmp_path / "file").touch()
+    (tmp_path / "folder").mkdir()
+    (tmp_path / "folder/file").touch()
+    assert measuring.run(["ls", "-A", tmp_path], tmp_path)[1] == b""
+
+
+def test_cases_take_turns_next_to_their_anchors(tmp_path):
+    record = tmp_path / "record"
+    def note(word):
+        return ["sh", "-c", f"echo {word} >> {record}"]
+    asked = [cases.Case("one", note("own1"), {"cpu": 1.0, "wall": 1.0}, anchor=note("anchor1")),
+             cases.Case("two", ["sh", "-c", f"echo own2 >> {record}; echo '{{\"cold\": 0.5}}'"],
+                        {"cold": 1.0})]
+    (tmp_path / "outputs").mkdir()
+    rows = measuring.measure(asked, 2, tmp_path / "outputs", lambda text: None)
+    assert record.read_text(encoding="ascii").split() == 3 * ["anchor1", "own1", "own2"]
+    assert [(row.case, row.measure, len(row.values)) for row in rows] == [
+        ("one", "cpu", 2), ("one", "wall", 2), ("two", "cold", 2)]
+    assert (rows[2].values, rows[2].anchored, rows[2].verdict) == ([0.5, 0.5], False, "met")
+
+
+def test_samples_hold_the_same_records_in_every_form(tmp_path, build):
+    sample = samples.prepare(tmp_path / "sample", 11, lambda text: None)
+    records = scanset.set_records(sample.raw)
+    assert len(records) == 11 * 256 and len(sample.raw_files) == 2
+    assert scanset.set_records(sample.compressed) == records
+    image = sample.image.read_bytes()
+    assert len(image) == sample.pool_blocks * 4096
+    assert [image[4096 * block:4096 * (block + 1)] for block, _ in records] == [
+        content for _, content in records]
+    unzipped = subprocess.run(["gzip", "-dc", sample.gzip], capture_output=True, check=True).stdout
+    assert hashlib.sha256(unzipped).digest() == hashlib.sha256(scanset.pack_records(records)).digest()
+    for folder in (sample.raw, sample.compressed):
+        subprocess.run([build / "bin/zsbtool", "check", folder], check=True, capture_output=True)
+
+
+def test_the_cases_name_what_they_need(tmp_path):
+    sample = samples.prepare(tmp_path / "sample", 1, lambda text: None)
+    found = cases.all_cases(cases.Place(tmp_path / "bin", tmp_path / "out", sample))
+    assert len({case.name for case in found}) == len(found) >= 5
+    for case in found:
+        assert case.goals and set(case.goals) <= ({"cpu", "wall"} if case.anchor else
+                                                  {"cold", "warm"})
+        assert case.zsbtool in case.name
