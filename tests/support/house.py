@@ -128,11 +128,17 @@ ROOMS = (
         badBlocksCommand
         blockNumbers
         blockTypeNames
+        catCommand
         checkCommand
         checkSet
         command
         commands
+        compareCommand
+        comparison
+        differences
         failure
+        findCommand
+        imageCommand
         imageMount
         infoCommand
         json
@@ -148,12 +154,14 @@ ROOMS = (
         outputs
         packCommand
         parser
+        poolImage
         prepareCommand
         program
         progress
         runLog
         setReport
         setSearch
+        setWalk
         settings
         statusCommand
         statusMeaning

@@ -20,6 +20,14 @@ std::optional<std::uint64_t> ParseBlock(std::string_view text) {
 
 }  // namespace
 
+std::uint64_t ParseBlockNumber(const std::string& text) {
+    const auto block = ParseBlock(text);
+    if (!block) {
+        throw Failure("\"" + Printable(text) + "\" is no block");
+    }
+    return *block;
+}
+
 BlockNumbers ParseBlockNumbers(const std::string& text) {
     const std::size_t dash = text.find('-');
     const auto first = ParseBlock(std::string_view(text).substr(0, dash));

@@ -13,6 +13,9 @@ struct BlockNumbers {
     bool Hold(std::uint64_t block) const { return block >= first && block <= last; }
 };
 
+/// Reads "17". Throws `Failure` for anything else.
+std::uint64_t ParseBlockNumber(const std::string& text);
+
 /// Reads "17" or "17-42". Throws `Failure` for anything else.
 BlockNumbers ParseBlockNumbers(const std::string& text);
 

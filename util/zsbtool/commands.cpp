@@ -11,7 +11,11 @@
 // clang-format off
 #define ZSBTOOL_COMMANDS(command) \
     command(kBadBlocksCommand) \
+    command(kCatCommand) \
     command(kCheckCommand) \
+    command(kCompareCommand) \
+    command(kFindCommand) \
+    command(kImageCommand) \
     command(kInfoCommand) \
     command(kListCommand) \
     command(kLogCommand) \
