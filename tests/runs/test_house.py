@@ -152,7 +152,8 @@ def test_contributing_shows_the_table():
 
 
 def test_the_support_that_stands_apart_shares_no_code_with_the_tool():
-    names = ("mkpool", "poolPlan", "blockContent", "faultdisk", "faultState", "sizepreload")
+    names = ("mkpool", "poolPlan", "blockContent", "faultdisk", "faultState", "unsyncedWrites",
+             "sizepreload")
     for name in names:
         for path in (house.ROOT / "tests/support").glob(f"{name}.*"):
             assert not re.search(r'#\s*include ["<]util/', path.read_text(encoding="utf-8")), name

@@ -71,14 +71,31 @@ bool FaultState::Command(std::string_view line) {
         return (word == "badread" && AddList(list, badRead_)) ||
                (word == "badwrite" && AddList(list, badWrite_)) ||
                (word == "enospc" && AddList(list, noSpace_)) ||
-               (word == "pause" && AddList(list, pause_));
+               (word == "pause" && AddList(list, pause_)) ||
+               (word == "cutat" && AddList(list, cutAt_)) || SetNumber(word, list);
     }
     if (word == "readonly") {
         readOnly_ = true;
     } else if (word == "gone") {
         gone_ = true;
+    } else if (word == "volatile") {
+        volatile_ = true;
     } else if (word == "clear") {
         *this = FaultState();
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool FaultState::SetNumber(std::string_view word, std::string_view text) {
+    const std::optional<std::uint64_t> number = ParseNumber(text);
+    if (number && word == "flaky") {
+        flaky_ = number;
+    } else if (number && word == "delay") {
+        delayMilliseconds_ = *number;
+    } else if (number && word == "slowing") {
+        slowingMicroseconds_ = *number;
     } else {
         return false;
     }
@@ -91,8 +108,27 @@ int FaultState::Judge(Count& count, int error) {
     return error;
 }
 
+/// A flaky block fails a few times, whatever else a request touches.
+bool FaultState::ReadFails(std::uint64_t offset, std::uint64_t bytes) {
+    if (gone_ || !flaky_) {
+        return gone_ || Touches(badRead_, offset, bytes);
+    }
+    bool fails = false;
+    const std::uint64_t last = (offset + bytes - 1) / kBlockBytes;
+    for (auto at = badRead_.lower_bound(offset / kBlockBytes); at != badRead_.end() && *at <= last;
+         ++at) {
+        fails = failures_[*at]++ < *flaky_ || fails;
+    }
+    return fails;
+}
+
 int FaultState::Read(std::uint64_t offset, std::uint64_t bytes) {
-    return Judge(reads_, gone_ || Touches(badRead_, offset, bytes) ? EIO : 0);
+    return Judge(reads_, ReadFails(offset, bytes) ? EIO : 0);
+}
+
+unsigned FaultState::TakeDelay(bool failed) {
+    slowness_ += slowingMicroseconds_;
+    return static_cast<unsigned>(slowness_ + (failed ? delayMilliseconds_ * 1000 : 0));
 }
 
 int FaultState::Write(std::uint64_t offset, std::uint64_t bytes) {
@@ -105,13 +141,21 @@ int FaultState::Write(std::uint64_t offset, std::uint64_t bytes) {
     return Judge(writes_, Touches(noSpace_, offset, bytes) ? ENOSPC : 0);
 }
 
-bool FaultState::TakePause(std::uint64_t offset, std::uint64_t bytes) {
-    const bool pauses = Touches(pause_, offset, bytes);
-    if (pauses) {
-        pause_.erase(pause_.lower_bound(offset / kBlockBytes),
-                     pause_.upper_bound((offset + bytes - 1) / kBlockBytes));
+bool FaultState::Take(Blocks& blocks, std::uint64_t offset, std::uint64_t bytes) {
+    const bool touched = Touches(blocks, offset, bytes);
+    if (touched) {
+        blocks.erase(blocks.lower_bound(offset / kBlockBytes),
+                     blocks.upper_bound((offset + bytes - 1) / kBlockBytes));
     }
-    return pauses;
+    return touched;
+}
+
+bool FaultState::TakePause(std::uint64_t offset, std::uint64_t bytes) {
+    return Take(pause_, offset, bytes);
+}
+
+bool FaultState::TakeCut(std::uint64_t offset, std::uint64_t bytes) {
+    return Take(cutAt_, offset, bytes);
 }
 
 int FaultState::Other() const {
@@ -124,8 +168,9 @@ std::string FaultState::Text() const {
                '\n';
     };
     return Line("badread", badRead_) + Line("badwrite", badWrite_) + Line("enospc", noSpace_) +
-           Line("pause", pause_) + (readOnly_ ? "readonly\n" : "") + (gone_ ? "gone\n" : "") +
-           counts("reads ", reads_) + counts("writes ", writes_);
+           Line("pause", pause_) + Line("cutat", cutAt_) + (volatile_ ? "volatile\n" : "") +
+           (readOnly_ ? "readonly\n" : "") + (gone_ ? "gone\n" : "") + counts("reads ", reads_) +
+           counts("writes ", writes_);
 }
 
 }  // namespace support

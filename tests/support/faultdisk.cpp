@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -19,15 +20,18 @@
 #include <string_view>
 
 #include "tests/support/faultState.h"
+#include "tests/support/unsyncedWrites.h"
 
 namespace {
 
 constexpr std::string_view kDisk = "/disk";
 constexpr std::string_view kControl = "/control";
+constexpr std::string_view kCut = "cut ";
 
 struct Disk {
     int image = -1;
     support::FaultState faults;
+    support::UnsyncedWrites unsynced;
 };
 
 Disk& TheDisk() {
@@ -91,6 +95,26 @@ void StandStillAt(off_t offset, std::size_t bytes) {
     }
 }
 
+/// Answers a request that fails, or any of a disk that becomes slower, after a while.
+void Dawdle(int error) {
+    const unsigned wait = TheDisk().faults.TakeDelay(error != 0);
+    if (wait > 0) {
+        usleep(wait);
+    }
+}
+
+/// Cuts the power: what was not synced is lost in part, as the seed has it, and the disk is gone.
+void CutPower(unsigned seed) {
+    TheDisk().faults.Command("gone");
+    TheDisk().unsynced.Cut(TheDisk().image, seed);
+}
+
+void CutPower(std::string_view seed) {
+    unsigned number = 0;
+    std::from_chars(seed.data(), seed.data() + seed.size(), number);
+    CutPower(number);
+}
+
 int ReadControl(char* buffer, std::size_t bytes, off_t offset) {
     const std::string text = TheDisk().faults.Text();
     const std::size_t from = std::min(static_cast<std::size_t>(offset), text.size());
@@ -103,17 +127,27 @@ int Read(const char* path, char* buffer, std::size_t bytes, off_t offset,
         return ReadControl(buffer, bytes, offset);
     }
     StandStillAt(offset, bytes);
-    if (const int error = TheDisk().faults.Read(static_cast<std::uint64_t>(offset), bytes)) {
+    const int error = TheDisk().faults.Read(static_cast<std::uint64_t>(offset), bytes);
+    Dawdle(error);
+    if (error != 0) {
         return -error;
     }
-    return Result(pread(TheDisk().image, buffer, bytes, offset));
+    const int count = Result(pread(TheDisk().image, buffer, bytes, offset));
+    if (count > 0) {
+        TheDisk().unsynced.LayOver(static_cast<std::uint64_t>(offset),
+                                   {buffer, static_cast<std::size_t>(count)});
+    }
+    return count;
 }
 
 int WriteControl(std::string_view text) {
     const std::size_t whole = text.size();
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
-        if (end > 0 && !TheDisk().faults.Command(text.substr(0, end))) {
+        const std::string_view line = text.substr(0, end);
+        if (line.starts_with(kCut)) {
+            CutPower(line.substr(kCut.size()));
+        } else if (end > 0 && !TheDisk().faults.Command(line)) {
             return -EINVAL;
         }
         text.remove_prefix(std::min(end + 1, text.size()));
@@ -127,8 +161,15 @@ int Write(const char* path, const char* buffer, std::size_t bytes, off_t offset,
         return WriteControl({buffer, bytes});
     }
     StandStillAt(offset, bytes);
+    if (TheDisk().faults.TakeCut(static_cast<std::uint64_t>(offset), bytes)) {
+        CutPower(static_cast<unsigned>(offset));
+    }
     if (const int error = TheDisk().faults.Write(static_cast<std::uint64_t>(offset), bytes)) {
         return -error;
+    }
+    if (TheDisk().faults.Volatile()) {
+        TheDisk().unsynced.Add(static_cast<std::uint64_t>(offset), {buffer, bytes});
+        return static_cast<int>(bytes);
     }
     return Result(pwrite(TheDisk().image, buffer, bytes, offset));
 }
@@ -142,7 +183,7 @@ int Sync(const char* path, int /*dataOnly*/, fuse_file_info* /*file*/) {
         return 0;
     }
     const int error = TheDisk().faults.Other();
-    return error != 0 ? -error : Result(fsync(TheDisk().image));
+    return error != 0 ? -error : -TheDisk().unsynced.Store(TheDisk().image);
 }
 
 fuse_operations Operations() {
@@ -182,7 +223,8 @@ int main(int argc, char** argv) {
     if (argc < 3) {
         std::fputs(
             "Usage: faultdisk IMAGE MOUNTPOINT [badread=17,20-24] [badwrite=20] "
-            "[enospc=30] [pause=3000] [readonly] [gone]\n",
+            "[enospc=30] [pause=3000] [flaky=1] [delay=50] [slowing=1] [readonly] [gone] "
+            "[volatile] [cutat=300]\n",
             stderr);
         return 1;
     }
