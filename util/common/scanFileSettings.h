@@ -18,6 +18,7 @@ struct ScanFileSettings {
     std::uint64_t poolBlocks = 0;                  ///< the device's size in blocks
     int level = -1;                                ///< zlib's, -1 its default
     std::uint64_t sizeLimit = kScanFileSizeLimit;  ///< logical bytes at which a file is full
+    std::uint32_t firstFile = 0;                   ///< the number that the set begins with
 
     /// Throws std::invalid_argument for what no set can have, and for a zlib that is none.
     void Check() const;

@@ -37,6 +37,7 @@ ScanFileWriter::ScanFileWriter(ScanFileSettings settings)
     : settings_(std::move(settings)),
       scanID_(settings_.scanID.has_value() ? *settings_.scanID : NewScanID()) {
     settings_.Check();
+    fileNumber_ = settings_.firstFile;
     if (settings_.compress) {
         deflater_ = std::make_unique<Deflater>(settings_.level);
     }

@@ -22,7 +22,7 @@ ZSBFile::ZSBFile(const char* zsbFilePath, const std::string* givenPoolName, bool
                .sizeLimit = sizeLimit}) {}
 
 ZSBFile::ZSBFile(ScanFileSettings settings)
-    : writer_(settings), ZF_Path(std::move(settings.path)) {}
+    : writer_(settings), ZF_Path(std::move(settings.path)), readFileNumber(settings.firstFile) {}
 
 std::unique_ptr<ZSBFile> ZSBFile::ForReading(const char* zsbFilePath, const std::string* poolName) {
     ScanFileSettings settings{.path = zsbFilePath};
