@@ -45,6 +45,8 @@ endif()
 
 find_package(ZLIB REQUIRED)
 find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(libdeflate REQUIRED IMPORTED_TARGET libdeflate)
 set(CURSES_NEED_WIDE TRUE)
 find_package(Curses REQUIRED)
 find_package(PkgConfig)

@@ -102,6 +102,7 @@ ROOMS = (
     """),
     Room("engine", "2", "util/ostrelscan", ("0", "1 left", "1 right"), """
         blockSelector
+        deviceCache
         failedReads
         poolDevice
         runSettings

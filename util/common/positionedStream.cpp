@@ -4,6 +4,20 @@
 
 #include <cerrno>
 
+namespace {
+
+/// Adds what one call of the system has read; one that a signal has cut short counts as nothing.
+void AddTo(StreamTransfer& transfer, ssize_t count) {
+    if (count < 0) {
+        transfer.error = errno == EINTR ? 0 : errno;
+        return;
+    }
+    transfer.count += static_cast<std::size_t>(count);
+    transfer.ended = count == 0;
+}
+
+}  // namespace
+
 int PositionedStream::Open(const char* path, const char* mode, std::size_t bufferSize) {
     stream_.reset();
     return Begin(std::fopen(path, mode), bufferSize);
@@ -30,7 +44,6 @@ int PositionedStream::Begin(std::FILE* stream, std::size_t bufferSize) {
         std::setvbuf(stream, buffer_.get(), _IOFBF, bufferSize);
     }
     fresh_ = bufferSize != 0;
-    fillFailed_ = false;
     position_ = 0;
     direction_ = Direction::None;
     return 0;
@@ -38,8 +51,8 @@ int PositionedStream::Begin(std::FILE* stream, std::size_t bufferSize) {
 
 void PositionedStream::FillFromStart() {
     // The C library seeks inside its buffer only once it knows where the file stands.
-    if (fseeko64(stream_.get(), 0, SEEK_SET) == 0 && std::getc(stream_.get()) == EOF) {
-        fillFailed_ = std::ferror(stream_.get()) != 0;
+    if (fseeko64(stream_.get(), 0, SEEK_SET) == 0) {
+        std::getc(stream_.get());
     }
     std::clearerr(stream_.get());
     fresh_ = false;
@@ -102,19 +115,30 @@ StreamTransfer PositionedStream::Write(const void* bytes, std::size_t size) {
     return Settle(size == 0 ? 0 : std::fwrite(bytes, 1, size, stream_.get()), size);
 }
 
+StreamTransfer PositionedStream::ReadUnits(std::span<char> bytes, std::size_t unit) {
+    StreamTransfer transfer;
+    do {
+        const std::span<char> rest = bytes.subspan(transfer.count);
+        const ssize_t count = read(Descriptor(), rest.data(), rest.size());
+        AddTo(transfer, count);
+    } while (transfer.error == 0 && !transfer.ended &&
+             (transfer.count == 0 || transfer.count % unit != 0));
+    if (transfer.error == 0 && !transfer.ended && position_.has_value()) {
+        *position_ += transfer.count;
+    } else {
+        position_.reset();
+    }
+    return transfer;
+}
+
 StreamTransfer PositionedStream::ReadPastBuffer(std::uint64_t offset, void* bytes,
                                                 std::size_t size) const {
     StreamTransfer transfer;
-    while (transfer.count < size && !transfer.ended) {
+    while (transfer.count < size && !transfer.ended && transfer.error == 0) {
         const ssize_t count =
             pread64(Descriptor(), static_cast<char*>(bytes) + transfer.count, size - transfer.count,
                     static_cast<off64_t>(offset + transfer.count));
-        if (count < 0 && errno != EINTR) {
-            transfer.error = errno;
-            break;
-        }
-        transfer.count += count > 0 ? static_cast<std::size_t>(count) : 0;
-        transfer.ended = count == 0;
+        AddTo(transfer, count);
     }
     return transfer;
 }

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
-#include <utility>
+#include <span>
 
 #include "util/common/fileDescriptor.h"
 
@@ -41,12 +41,13 @@ class PositionedStream {
     StreamTransfer Read(void* bytes, std::size_t size);
     StreamTransfer Write(const void* bytes, std::size_t size);
 
+    /// Reads from the place sought whole units of `unit` bytes, at least one and at most as many as
+    /// `bytes` holds: what the system hands over at once. For an unbuffered stream, past stdio,
+    /// which would wait for all of them.
+    StreamTransfer ReadUnits(std::span<char> bytes, std::size_t unit);
+
     /// Reads what the file holds now at an offset, past the buffer; the stream's place stays.
     StreamTransfer ReadPastBuffer(std::uint64_t offset, void* bytes, std::size_t size) const;
-
-    /// Whether filling a fresh buffer before the first seek failed, which nothing else tells;
-    /// asking forgets it.
-    bool TakeFillFailure() { return std::exchange(fillFailed_, false); }
 
     /// The descriptor below, which the stream keeps.
     int Descriptor() const { return fileno(stream_.get()); }
@@ -79,8 +80,7 @@ class PositionedStream {
 
     std::unique_ptr<char[]> buffer_;  // outlives the stream, which closes first
     std::unique_ptr<std::FILE, StreamCloser> stream_;
-    bool fresh_ = false;  // buffered, and nothing was read or written yet
-    bool fillFailed_ = false;
+    bool fresh_ = false;                     // buffered, and nothing was read or written yet
     std::optional<std::uint64_t> position_;  // empty when unknown
     Direction direction_ = Direction::None;
 };

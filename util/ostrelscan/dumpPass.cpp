@@ -1,3 +1,4 @@
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -102,29 +103,30 @@ int ScanEngine::CloseDumpFile(ZSBFile& file, int fillStatus) {
 
 int ScanEngine::RunDumpFillSingleZSBFile2(ZSBFile& file) {
     while (!RangeExhausted()) {
-        const bool selected = ReadAndExaminePoolBlk(record_.block, CurrentBlock()) == 0;
+        const char* selected = ExaminePoolBlk(CurrentBlock());
         if (StopRequested()) {
             return zERR_USER_ABORTED;
         }
         if (StateChangeRequested()) {
             return zERR_VOLUME_STATE_CHANGE_REQUESTED;
         }
-        if (selected) {
-            const int status = AppendCurrentBlock(file);
+        if (selected != nullptr) {
+            const int status = AppendCurrentBlock(file, selected);
             if (status != 0) {
                 return status;
             }
         }
         currentBlock_.store(CurrentBlock() + 1, std::memory_order_relaxed);
-        if (selected && file.CreateFull()) {
+        if (selected != nullptr && file.CreateFull()) {
             return 0;
         }
     }
     return 0;
 }
 
-int ScanEngine::AppendCurrentBlock(ZSBFile& file) {
+int ScanEngine::AppendCurrentBlock(ZSBFile& file, const char* block) {
     record_.blockNumber = CurrentBlock();
+    std::memcpy(record_.block, block, kPoolBlockSize);
     const int status = file.QuadAndBlockWrite(&record_);
     if (status == 0) {
         history_.LogTrackUpdateBlockCounts(1, 0);

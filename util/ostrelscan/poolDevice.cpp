@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -57,98 +58,152 @@ StreamTransfer ReadBlockAt(int descriptor, void* buffer, std::uint64_t block) {
 
 }  // namespace
 
-void PoolDevice::ForgetFailures() {
+void PoolDevice::ForgetWindow() {
+    windowStart_ = windowEnd_ = 0;
+    failed_.reset();
+}
+
+void PoolDevice::Forget() {
+    ForgetWindow();
+    cache_.Begin(-1);
     stretchStart_ = stretchEnd_ = 0;
     direct_ = FileDescriptor();
     directTried_ = false;
 }
 
-int PoolDevice::Open(const char* path, const char* mode, std::size_t bufferSize) {
-    ForgetFailures();
+int PoolDevice::Open(const char* path, const char* mode, std::uint64_t windowBlocks) {
+    Forget();
     failures_ = {};
-    readBlocks_ = std::max(bufferSize >> kPoolBlockShift, std::size_t{1});
-    return stream_.Open(path, mode, bufferSize);
+    windowBlocks_ = windowBlocks;
+    if (window_ == nullptr) {
+        window_ = std::make_unique<Room>();
+    }
+    return stream_.Open(path, mode, 0);
 }
 
 int PoolDevice::OpenForReading(const char* path) {
-    return Open(path, "r", kStretchBlocks << kPoolBlockShift);
+    const int error = Open(path, "r", kWindowBlocks);
+    if (error == 0) {
+        cache_.Begin(stream_.Descriptor());
+    }
+    return error;
 }
 
 int PoolDevice::OpenForWriting(const char* path) {
     struct stat facts {};
     // The mode creates what is missing: a mistyped device must not become a file.
-    return stat(path, &facts) == 0 ? Open(path, "w+", 0) : errno;
+    return stat(path, &facts) == 0 ? Open(path, "w+", 1) : errno;
 }
 
 int PoolDevice::SeekTo(std::uint64_t block) {
-    if (block >= kBlockLimit) {
-        return EINVAL;
+    return block < kBlockLimit ? stream_.SeekTo(block << kPoolBlockShift) : EINVAL;
+}
+
+bool PoolDevice::InWindow(std::uint64_t block) const {
+    return block >= windowStart_ && block < windowEnd_;
+}
+
+BlockTransfer PoolDevice::FillWindow(std::uint64_t block) {
+    using enum BlockTransfer::Outcome;
+    const std::uint64_t whole = block / windowBlocks_ * windowBlocks_;
+    const std::uint64_t start = block == windowEnd_ ? block : whole;
+    ForgetWindow();
+    for (const std::uint64_t place : {block, start}) {
+        const int seekError = SeekTo(place);
+        if (seekError != 0) {
+            return {SeekFailed, seekError};
+        }
     }
-    const int error = stream_.SeekTo(block << kPoolBlockShift);
-    // The first seek reads: a device that fails there has failed at its start.
-    if (stream_.TakeFillFailure()) {
-        BeginFailedStretch(0);
+    windowStart_ = windowEnd_ = start;
+    StreamTransfer read;
+    do {
+        read = ReadOn(whole + windowBlocks_);
+    } while (windowEnd_ <= block && read.error == 0 && !read.ended);
+    if (read.error != 0) {
+        failed_ = windowEnd_;
+        cache_.HaveFailed();
     }
-    return error;
+    return {read.ended ? AtEnd : Short};
+}
+
+StreamTransfer PoolDevice::ReadOn(std::uint64_t end) {
+    cache_.WillRead(windowEnd_ << kPoolBlockShift);
+    const auto start = std::chrono::steady_clock::now();
+    const StreamTransfer read = stream_.ReadUnits(
+        {window_->blocks[windowEnd_ - windowStart_], (end - windowEnd_) << kPoolBlockShift},
+        kPoolBlockSize);
+    cache_.HaveRead(std::chrono::steady_clock::now() - start);
+    windowEnd_ += read.count >> kPoolBlockShift;
+    return read;
 }
 
 void PoolDevice::BeginFailedStretch(std::uint64_t block) {
     stretchStart_ = block;
     stretchEnd_ = (block / kStretchBlocks + 1) * kStretchBlocks;
-    failures_.Failed(block, std::min(block + readBlocks_, stretchEnd_),
-                     EndOf(stream_.Descriptor()));
+    const std::uint64_t end = (block / windowBlocks_ + 1) * windowBlocks_;
+    failures_.Failed(block, end, EndOf(stream_.Descriptor()));
 }
 
 bool PoolDevice::InFailedStretch(std::uint64_t block) const {
     return block >= stretchStart_ && block < stretchEnd_;
 }
 
+BlockView PoolDevice::View(std::uint64_t block) {
+    const BlockView view = TryRead(block);
+    failures_.Tried(block, view.transfer.outcome == BlockTransfer::Outcome::Done);
+    return view;
+}
+
 BlockTransfer PoolDevice::Read(char* buffer, std::uint64_t block) {
-    const BlockTransfer transfer = TryRead(buffer, block);
-    failures_.Tried(block, transfer.outcome == BlockTransfer::Outcome::Done);
-    return transfer;
+    const BlockView view = View(block);
+    if (view.bytes != nullptr) {
+        std::memcpy(buffer, view.bytes, kPoolBlockSize);
+    }
+    return view.transfer;
 }
 
-BlockTransfer PoolDevice::TryRead(char* buffer, std::uint64_t block) {
+BlockView PoolDevice::TryRead(std::uint64_t block) {
     using enum BlockTransfer::Outcome;
-    if (!InFailedStretch(block)) {
-        const int seekError = SeekTo(block);
-        if (seekError != 0) {
-            return {SeekFailed, seekError};
-        }
-    }
     if (InFailedStretch(block)) {
-        return ReadAlone(buffer, block);
+        return ReadAlone(block);
     }
-    const StreamTransfer read = stream_.Read(buffer, kPoolBlockSize);
-    if (read.count == kPoolBlockSize) {
-        return {Done};
+    BlockTransfer filled{Short};
+    if (!InWindow(block) && failed_ != block) {
+        filled = FillWindow(block);
     }
-    if (read.error != 0) {
-        BeginFailedStretch(block);
-        return ReadAlone(buffer, block);
+    if (!InWindow(block) && failed_.has_value()) {
+        BeginFailedStretch(*failed_);
+        return ReadAlone(block);
     }
-    return {read.ended ? AtEnd : Short};
+    if (!InWindow(block)) {
+        return {filled};
+    }
+    return {{Done}, window_->blocks[block - windowStart_]};
 }
 
-BlockTransfer PoolDevice::ReadAlone(char* buffer, std::uint64_t block) {
+BlockView PoolDevice::ReadAlone(std::uint64_t block) {
     using enum BlockTransfer::Outcome;
+    ForgetWindow();
     OpenDirectly();
     StreamTransfer read{.error = EINVAL};  // what cannot be read directly says so
     if (direct_.IsOpen()) {
-        read = ReadDirectly(buffer, block);
+        read = ReadBlockAt(direct_.Get(), window_->blocks[0], block);
     }
     if (read.error == EINVAL) {
-        read = ReadUncached(buffer, block);
+        read = ReadUncached(block);
     }
     if (read.error != 0) {
-        return {Failed, read.error};
+        return {{Failed, read.error}};
     }
-    return {read.count == kPoolBlockSize ? Done : AtEnd};
+    if (read.count != kPoolBlockSize) {
+        return {{AtEnd}};
+    }
+    return {{Done}, window_->blocks[0]};
 }
 
 BlockTransfer PoolDevice::Write(const char* buffer, std::uint64_t block) {
     using enum BlockTransfer::Outcome;
+    ForgetWindow();  // what it holds may be what changes
     const int seekError = SeekTo(block);
     if (seekError != 0) {
         return {SeekFailed, seekError};
@@ -172,27 +227,20 @@ void PoolDevice::OpenDirectly() {
     }
 }
 
-StreamTransfer PoolDevice::ReadDirectly(char* buffer, std::uint64_t block) {
-    alignas(kPoolBlockSize) char aligned[kPoolBlockSize];
-    const StreamTransfer read = ReadBlockAt(direct_.Get(), aligned, block);
-    std::memcpy(buffer, aligned, read.count);
-    return read;
-}
-
 /// For what cannot be read directly: without read-ahead, and without what the cache made of the
 /// stretch before.
-StreamTransfer PoolDevice::ReadUncached(char* buffer, std::uint64_t block) {
+StreamTransfer PoolDevice::ReadUncached(std::uint64_t block) {
     const int descriptor = stream_.Descriptor();
     posix_fadvise64(descriptor, 0, 0, POSIX_FADV_RANDOM);
     posix_fadvise64(descriptor, ByteOffset(stretchStart_ / kStretchBlocks * kStretchBlocks),
                     ByteOffset(kStretchBlocks), POSIX_FADV_DONTNEED);
-    const StreamTransfer read = ReadBlockAt(descriptor, buffer, block);
+    const StreamTransfer read = ReadBlockAt(descriptor, window_->blocks[0], block);
     posix_fadvise64(descriptor, 0, 0, POSIX_FADV_NORMAL);
     return read;
 }
 
 int PoolDevice::Close() {
-    ForgetFailures();
+    Forget();
     return stream_.Close();
 }
 

@@ -319,13 +319,27 @@ int ScanEngine::ReadPoolBlk(char* buf, unsigned long long block) {
     return DescribeRead(device_.Read(buf, block)).status;
 }
 
-int ScanEngine::ReadAndExaminePoolBlk(char* buf, unsigned long long block) {
-    const ReadFailure failure = DescribeRead(device_.Read(buf, block));
+const char* ScanEngine::ViewPoolBlk(unsigned long long block) {
+    const BlockView view = device_.View(block);
+    const ReadFailure failure = DescribeRead(view.transfer);
     if (failure.status != 0) {
         TrackReadErrorStats(kEngineSource, failure.line, failure.status, block);
+    }
+    return view.bytes;
+}
+
+const char* ScanEngine::ExaminePoolBlk(unsigned long long block) {
+    const char* bytes = ViewPoolBlk(block);
+    return bytes != nullptr && selector_->Account(bytes) != 0 ? bytes : nullptr;
+}
+
+int ScanEngine::ReadAndExaminePoolBlk(char* buf, unsigned long long block) {
+    const char* bytes = ViewPoolBlk(block);
+    if (bytes == nullptr) {
         return zERR_NO_FILES_FOUND;
     }
-    return selector_->Account(buf) != 0 ? 0 : zERR_NO_FILES_FOUND;
+    std::memcpy(buf, bytes, kPoolBlockSize);
+    return selector_->Account(bytes) != 0 ? 0 : zERR_NO_FILES_FOUND;
 }
 
 void ScanEngine::TrackReadErrorStats(const char* file, unsigned line, int status,

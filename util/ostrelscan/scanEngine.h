@@ -142,6 +142,12 @@ class ScanEngine : public ScanThread {
     int ValidateSBHSimple(BlockSelector& selector);
 
   private:
+    /// A block of the open device, where the device has put it; null, and tracked, when it cannot
+    /// be read.
+    const char* ViewPoolBlk(unsigned long long block);
+    /// `ReadAndExaminePoolBlk` without a copy: null for a block to skip.
+    const char* ExaminePoolBlk(unsigned long long block);
+
     static void* RunDumpThread(void* engine);
     static void* RunRestoreThread(void* engine);
 
@@ -205,7 +211,7 @@ class ScanEngine : public ScanThread {
     int CloseReadDevice(int status);
     int DumpOneFile(ZSBFile& file);
     int CloseDumpFile(ZSBFile& file, int fillStatus);
-    int AppendCurrentBlock(ZSBFile& file);
+    int AppendCurrentBlock(ZSBFile& file, const char* block);
 
     void LogRestoreDevice();
     int CheckSuperblockForRestore();

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +11,7 @@
 #include "tests/support/fileSizeLimit.h"
 #include "tests/support/openFiles.h"
 #include "tests/support/temporaryDirectory.h"
+#include "util/common/fileDescriptor.h"
 #include "util/common/positionedStream.h"
 
 namespace {
@@ -129,24 +131,39 @@ TEST_F(Stream, SeeksAnewAfterAFailedRead) {
     EXPECT_EQ(lseek(stream_.Descriptor(), 0, SEEK_CUR), 0);
 }
 
-TEST_F(Stream, TellsOnceThatFillingAFreshBufferFailed) {
-    ASSERT_EQ(stream_.Open(directory_.Path().c_str(), "r", 4096), 0);
-    EXPECT_FALSE(stream_.TakeFillFailure());
+TEST_F(Stream, HandsOverTheWholeUnitsThatAreThere) {
+    support::WriteFile(path_, "0123456789");
+    ASSERT_EQ(stream_.Open(path_.c_str(), "r", 0), 0);
+    ASSERT_EQ(stream_.SeekTo(2), 0);
+    char bytes[6] = "";
+    EXPECT_EQ(stream_.ReadUnits(bytes, 2).count, 6U);
+    EXPECT_EQ(std::string(bytes, 6), "234567");
     EXPECT_EQ(stream_.SeekTo(8), 0);
-    EXPECT_TRUE(stream_.TakeFillFailure());
-    EXPECT_FALSE(stream_.TakeFillFailure());
-    EXPECT_EQ(stream_.SeekTo(16), 0);
-    EXPECT_FALSE(stream_.TakeFillFailure());
+    const StreamTransfer rest = stream_.ReadUnits(bytes, 4);
+    EXPECT_EQ(rest.count, 2U);
+    EXPECT_TRUE(rest.ended);
+    EXPECT_EQ(std::string(bytes, 2), "89");
 }
 
-TEST_F(Stream, FillsNothingWhereThereIsNothingOrNoBuffer) {
-    support::WriteFile(path_, "");
-    ASSERT_EQ(stream_.Open(path_.c_str(), "r", 4096), 0);
-    EXPECT_EQ(stream_.SeekTo(8), 0);
-    EXPECT_FALSE(stream_.TakeFillFailure());
+TEST_F(Stream, WaitsForNoMoreUnitsThanOne) {
+    ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+    const FileDescriptor other(open(path_.c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(stream_.Open(path_.c_str(), "r", 0), 0);
+    ASSERT_EQ(write(other.Get(), "01234567", 8), 8);
+    char bytes[100] = "";
+    const StreamTransfer read = stream_.ReadUnits(bytes, 4);
+    EXPECT_EQ(read.count, 8U);
+    EXPECT_EQ(read.error, 0);
+    EXPECT_FALSE(read.ended);
+}
+
+TEST_F(Stream, HandsOverWhyThereIsNoUnit) {
     ASSERT_EQ(stream_.Open(directory_.Path().c_str(), "r", 0), 0);
-    EXPECT_EQ(stream_.SeekTo(8), 0);
-    EXPECT_FALSE(stream_.TakeFillFailure());
+    char bytes[8] = "";
+    EXPECT_EQ(stream_.ReadUnits(bytes, 4).error, EISDIR);
+    MoveDescriptor(1);
+    EXPECT_EQ(stream_.SeekTo(0), 0);
+    EXPECT_EQ(lseek(stream_.Descriptor(), 0, SEEK_CUR), 0);
 }
 
 TEST_F(Stream, ReportsWhyAnOffsetCannotBeSought) {

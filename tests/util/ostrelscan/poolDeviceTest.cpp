@@ -114,6 +114,32 @@ TEST_F(Device, LosesNothingButTheBadBlocks) {
     EXPECT_EQ(device_.Failures().RecoveredCount(), 0U);
 }
 
+TEST_F(Device, ReadsABlockBehindABadOneThatWasNotAskedFor) {
+    constexpr std::size_t kBlocks = 40;
+    support::HoledMemory memory(kBlocks);
+    for (std::size_t i = 0; i < kBlocks; ++i) {
+        memory.Put(i, NoiseBlock(static_cast<unsigned>(i)));
+    }
+    memory.MakeBad(20);
+    ASSERT_EQ(device_.OpenForReading(support::HoledMemory::kPath), 0);
+    for (std::size_t i = kBlocks; i-- > 0;) {
+        if (i == 20) {
+            ExpectFailure(memory.Number(i), Failed, support::HoledMemory::kReadError);
+        } else {
+            ExpectBlock(memory.Number(i), NoiseBlock(static_cast<unsigned>(i)));
+        }
+    }
+}
+
+TEST_F(Device, ReadsWhatWasWritten) {
+    support::WriteFile(path_, NoiseBlock(0) + NoiseBlock(1));
+    ASSERT_EQ(device_.OpenForWriting(path_.c_str()), 0);
+    support::WriteFile(path_, NoiseBlock(0) + NoiseBlock(1));
+    ExpectBlock(1, NoiseBlock(1));
+    EXPECT_EQ(device_.Write(NoiseBlock(5).data(), 1).outcome, Done);
+    ExpectBlock(1, NoiseBlock(5));
+}
+
 TEST_F(Device, StartsAfreshWhenItIsOpenedAgain) {
     support::HoledMemory memory(2);
     memory.MakeBad(0);

@@ -1,0 +1,122 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "tests/support/fileBytes.h"
+#include "tests/support/temporaryDirectory.h"
+#include "util/common/fileDescriptor.h"
+#include "util/ostrelscan/deviceCache.h"
+
+namespace {
+
+using std::chrono_literals::operator""ms;
+
+constexpr std::uint64_t kPiece = 1 << 20;
+constexpr std::uint64_t kPieces = 40;
+
+class Cache : public testing::Test {
+  protected:
+    void SetUp() override {
+        support::WriteFile(path_, std::string(kPieces * kPiece, 'x'));
+        file_ = FileDescriptor(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+        ASSERT_EQ(fsync(file_.Get()), 0);
+        posix_fadvise(file_.Get(), 0, 0, POSIX_FADV_DONTNEED);
+        if (IsCached(0)) {
+            GTEST_SKIP() << "the files of this folder are in memory alone";
+        }
+        // The kernel's own reading ahead would blur what is looked at.
+        posix_fadvise(file_.Get(), 0, 0, POSIX_FADV_RANDOM);
+        cache_.Begin(file_.Get());
+    }
+
+    void Fetch(std::uint64_t piece) {
+        std::string bytes(kPiece, '?');
+        ASSERT_EQ(pread(file_.Get(), bytes.data(), kPiece, Offset(piece)),
+                  static_cast<ssize_t>(kPiece));
+    }
+
+    void Read(std::uint64_t piece, std::chrono::milliseconds time = 0ms) {
+        cache_.WillRead(piece * kPiece);
+        Fetch(piece);
+        cache_.HaveRead(time);
+    }
+
+    bool IsCached(std::uint64_t piece) const {
+        void* page = mmap(nullptr, kPiece, PROT_READ, MAP_SHARED, file_.Get(), Offset(piece));
+        unsigned char pages[kPiece / 4096] = "";
+        mincore(page, kPiece, pages);
+        munmap(page, kPiece);
+        return (pages[sizeof pages / 2] & 1U) != 0;
+    }
+
+    /// What was asked for comes in its own time.
+    void AwaitCached(std::uint64_t piece) const {
+        while (!IsCached(piece)) {
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+
+    static off_t Offset(std::uint64_t piece) { return static_cast<off_t>(piece * kPiece); }
+
+    support::TemporaryDirectory directory_;
+    std::string path_ = directory_.File("device");
+    FileDescriptor file_;
+    DeviceCache cache_;
+};
+
+TEST_F(Cache, IsRidOfWhatAPassHasRead) {
+    for (std::uint64_t piece = 0; piece < kPieces; ++piece) {
+        Read(piece);
+        EXPECT_TRUE(IsCached(piece));
+    }
+    for (std::uint64_t piece = 0; piece + 1 < kPieces; ++piece) {
+        EXPECT_FALSE(IsCached(piece)) << piece;
+    }
+}
+
+TEST_F(Cache, KeepsWhatWasThereBeforeThePass) {
+    Fetch(2);
+    Fetch(39);
+    for (std::uint64_t piece = 0; piece < kPieces; ++piece) {
+        Read(piece);
+    }
+    EXPECT_TRUE(IsCached(2));
+    EXPECT_TRUE(IsCached(39));
+    EXPECT_FALSE(IsCached(3));
+}
+
+TEST_F(Cache, IsAskedAheadOfAPassThatWaits) {
+    for (std::uint64_t piece = 0; piece < 4; ++piece) {
+        EXPECT_FALSE(IsCached(piece));
+        Read(piece, 1ms);
+    }
+    AwaitCached(3 + 16);
+    EXPECT_FALSE(IsCached(3 + 17));
+    Read(4);
+    AwaitCached(4 + 16);
+    EXPECT_FALSE(IsCached(4 + 17));
+}
+
+TEST_F(Cache, IsNotAskedWhileTheDeviceKeepsUp) {
+    for (std::uint64_t piece = 0; piece < 20; ++piece) {
+        EXPECT_FALSE(IsCached(piece));
+        // One that is late now and then had to wait for the processor.
+        Read(piece, piece % 3 == 0 ? 3ms : 0ms);
+    }
+}
+
+TEST_F(Cache, IsNotAskedForWhatIsNearAFailure) {
+    Read(0, 1ms);
+    cache_.HaveFailed();
+    for (std::uint64_t piece = 1; piece < kPieces; ++piece) {
+        EXPECT_FALSE(IsCached(piece));
+        Read(piece, 1ms);
+    }
+}
+
+}  // namespace
