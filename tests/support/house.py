@@ -156,6 +156,7 @@ ROOMS = (
         packCommand
         parser
         poolImage
+        preflightCommand
         prepareCommand
         program
         progress
@@ -164,9 +165,11 @@ ROOMS = (
         setSearch
         setWalk
         settings
+        shellQuoting
         statusCommand
         statusMeaning
         table
+        targetDevice
         text
     """),
     Room("wire", "sim", "sim", (), """

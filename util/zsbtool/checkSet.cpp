@@ -7,10 +7,10 @@
 
 namespace zsbtool {
 
-CheckedSet CheckSet(const Settings& settings, ScanSet set) {
+CheckedSet CheckSet(const Settings& settings, ScanSet set, const ScanSetRecordTaker& take) {
     Progress progress(settings, "check", set.Bytes());
-    ScanSetReport report =
-        CheckScanSet(set, settings.jobs, [&progress](std::uint64_t bytes) { progress.Add(bytes); });
+    ScanSetReport report = CheckScanSet(
+        set, settings.jobs, [&progress](std::uint64_t bytes) { progress.Add(bytes); }, take);
     return {std::move(set), std::move(report)};
 }
 

@@ -6,7 +6,7 @@ namespace zsbtool {
 
 struct Settings;
 
-/// Reads every record of a set and judges it, under a progress bar.
-CheckedSet CheckSet(const Settings& settings, ScanSet set);
+/// Reads every record of a set and judges it, under a progress bar; `take` gets the records.
+CheckedSet CheckSet(const Settings& settings, ScanSet set, const ScanSetRecordTaker& take = {});
 
 }  // namespace zsbtool

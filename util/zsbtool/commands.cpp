@@ -22,6 +22,7 @@
     command(kMergeCommand) \
     ZSBTOOL_MOUNT(command) \
     command(kPackCommand) \
+    command(kPreflightCommand) \
     command(kPrepareCommand) \
     command(kStatusCommand) \
     command(kUnpackCommand)
