@@ -1,7 +1,7 @@
 // Loaded before a program: sends the process a signal, SIGNAL_NUMBER, at the call that SIGNAL_CALL
 // names: "time", the first look at the clock; "newterm", before curses begins the screen; "endwin",
-// when it has ended it; "fsync", before something is synced, which then waits for the end; "stream",
-// where threads but the first have written, moved or closed streams or compressed for one
+// when it has ended it; "fsync", before something is synced, which then waits for the end;
+// "stream", where threads but the first have written, moved or closed streams or compressed for one
 // SIGNAL_AFTER times. With SIGNAL_TWICE it is sent once more when the program has taken the first.
 
 #include <dlfcn.h>
