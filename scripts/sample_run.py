@@ -192,19 +192,22 @@ def check(road):
 
 
 def restore(road):
-    say("A restore: the set, renamed, is written back onto another device, block for block",
+    say("A restore: the set, put where a restore takes it, goes onto another device, block for block",
         "the type MSAP and the blocks of no known type, which are switched off")
-    for file in (road.folder / "raw").glob("*.ZSB"):
-        file.rename(file.with_suffix(".ZRB"))
-    return road.show("--automatic", "--danger", "--validation-skip", "-P", "raw", "restore", POOL,
+    if not road.call("zsbtool", "prepare", "raw", "ready"):
+        return False
+    return road.show("--automatic", "--danger", "--validation-skip", "-P", "ready", "restore", POOL,
                      road.target) == 0
 
 
 def compare(road):
+    """By the companion, and then by a reader that shares nothing with it."""
     say("The restored device is compared with the set", "the number of blocks: none differs")
+    if not road.call("zsbtool", "compare", "--as-restored", "ready", road.target):
+        return False
     compared = kept = 0
     with open(road.target, "rb") as device:
-        for number, block in scanset.set_records(road.folder / "raw", suffix="ZRB"):
+        for number, block in scanset.set_records(road.folder / "ready", suffix="ZRB"):
             if poolTypes.classify(block) == "MSAP":
                 kept += 1
                 continue
