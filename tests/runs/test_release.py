@@ -1,6 +1,7 @@
-"""What a release looks at before it makes anything."""
+"""What a release looks at before it makes anything, and what its packages hold."""
 
 import os
+import re
 import shutil
 import subprocess
 
@@ -83,3 +84,36 @@ def test_the_version_has_one_place():
                               house.ROOT / "debian", house.ROOT / "CMakeLists.txt"],
                              capture_output=True, text=True, check=True).stdout.split()
     assert version == [str(house.ROOT / "CMakeLists.txt")]
+
+
+def packaged(kind):
+    """The paths in debian/*.install or debian/*.docs, by their package."""
+    return {path.stem: path.read_text(encoding="utf-8").split()
+            for path in (house.ROOT / "debian").glob(f"*.{kind}")}
+
+
+def test_the_packages_hold_every_manual_completion_and_program():
+    held = [path for paths in packaged("install").values() for path in paths]
+    man = [f"usr/share/man/man{page.stem[-1]}/{page.stem}"
+           for page in (house.ROOT / "docs/man").glob("*.scd")]
+    completions = [f"usr/share/bash-completion/completions/{path.name}"
+                   for path in (house.ROOT / "completions/bash").iterdir()]
+    programs = [f"usr/bin/{name}" for name in ("ostrelscan", "zsbtool", "ostrelsim", "ostrelsimctl")]
+    patterns = [re.escape(path).replace(r"\*", "[^/]*") for path in held]
+    for path in man + completions + programs:
+        assert len([pattern for pattern in patterns if re.fullmatch(pattern, path)]) == 1, path
+
+
+def test_the_packages_hold_the_pages_that_are_not_for_developers():
+    held = {path for paths in packaged("docs").values() for path in paths}
+    assert [path for path in held if not (house.ROOT / path).exists()] == []
+    pages = {f"docs/{path.name}" for path in (house.ROOT / "docs").glob("*.md")}
+    assert pages - held <= {"docs/architecture.md", "docs/performance.md", "docs/testing.md",
+                            "docs/training.md"}
+
+
+def test_what_a_package_is_built_with_is_what_bootstrap_installs():
+    control = (house.ROOT / "debian/control").read_text(encoding="utf-8")
+    needed = re.findall(r"^ ([a-z0-9+.-]+),$", control.split("\nStandards-Version")[0], re.MULTILINE)
+    bootstrap = (house.ROOT / "scripts/bootstrap").read_text(encoding="utf-8").split()
+    assert len(needed) > 8 and set(needed) - set(bootstrap) == set()
