@@ -137,6 +137,7 @@ ROOMS = (
         compareCommand
         comparison
         differences
+        exportCommand
         failure
         findCommand
         imageCommand
@@ -163,6 +164,7 @@ ROOMS = (
         runLog
         setReport
         setSearch
+        setTables csvTables databaseTables
         setWalk
         settings
         shellQuoting

@@ -14,6 +14,7 @@
     command(kCatCommand) \
     command(kCheckCommand) \
     command(kCompareCommand) \
+    command(kExportCommand) \
     command(kFindCommand) \
     command(kImageCommand) \
     command(kInfoCommand) \
