@@ -50,9 +50,9 @@ std::string ReadVitalProductData(const fs::path& path) {
 }
 
 /// A property that the device manager has noted of a device.
-std::string UdevProperty(const std::string& path, const std::string& name) {
-    std::ifstream file(path);
-    const std::string wanted = "E:" + name + "=";
+std::string UdevProperty(const DeviceRecords& records, const char* name) {
+    std::ifstream file(records.udevFile);
+    const std::string wanted = std::string("E:") + name + "=";
     for (std::string line; std::getline(file, line);) {
         if (line.starts_with(wanted)) {
             return Trimmed(line.substr(wanted.size()));
@@ -164,10 +164,10 @@ DeviceIdentity ReadIdentity(const DeviceRecords& records) {
             std::ranges::find_if(texts, [](const std::string& text) { return !text.empty(); });
         return known == texts.end() ? std::string() : *known;
     };
-    return {first({ReadSmall(folder / "device/model"), UdevProperty(records.udevFile, "ID_MODEL")}),
+    return {first({ReadSmall(folder / "device/model"), UdevProperty(records, "ID_MODEL")}),
             first({ReadSmall(folder / "device/serial"), ReadSmall(folder / "serial"),
                    ReadVitalProductData(folder / "device/vpd_pg80"),
-                   UdevProperty(records.udevFile, "ID_SERIAL_SHORT")})};
+                   UdevProperty(records, "ID_SERIAL_SHORT")})};
 }
 
 TargetDevice TargetDevice::Examine(const std::string& path) {
