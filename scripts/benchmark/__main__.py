@@ -56,9 +56,9 @@ def chosen(wanted, place, commands):
 
 def main():
     asked = arguments()
-    place = cases.Place(program=ROOT / "build" / "release" / "bin",
-                        outputs=asked.folder / "outputs", sample=samples.prepare(
-                            asked.folder / f"sample-{asked.size}", asked.size, say))
+    sample, part = (samples.prepare(asked.folder / f"sample-{size}", size, say)
+                    for size in (asked.size, -(-asked.size // 8)))
+    place = cases.Place(ROOT / "build" / "release" / "bin", asked.folder / "outputs", sample, part)
     todo = list(chosen(asked.cases, place, measuring.commands_of(place.program / "zsbtool")))
     load = os.getloadavg()[0]
     shutil.rmtree(place.outputs, ignore_errors=True)

@@ -100,7 +100,7 @@ def test_samples_hold_the_same_records_in_every_form(tmp_path, build):
 
 def test_the_cases_name_what_they_need(tmp_path):
     sample = samples.prepare(tmp_path / "sample", 1, lambda text: None)
-    found = cases.all_cases(cases.Place(tmp_path / "bin", tmp_path / "out", sample))
+    found = cases.all_cases(cases.Place(tmp_path / "bin", tmp_path / "out", sample, sample))
     assert len({case.name for case in found}) == len(found) >= 5
     for case in found:
         assert case.goals and set(case.goals) <= ({"cpu", "wall"} if case.anchor else
