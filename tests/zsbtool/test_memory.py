@@ -68,6 +68,7 @@ COMMANDS = [
     "merge --json --jobs 2 SET SET -o OUT",
     "prepare --json --jobs 2 SET OUT",
     "unpack --json --jobs 2 SET OUT",
+    "export --jobs 2 SET -o OUT",
 ]
 
 
