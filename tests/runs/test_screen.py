@@ -233,7 +233,7 @@ def test_a_plainer_terminal_carries_a_run_to_its_end(pool, pool_device, tmp_path
     with pool_device(made) as device:
         run = saving.run_on_terminal(["--automatic", *saving.arguments(device)], tmp_path,
                                      term=term)
-    assert (run.status, run.restored) == (0, True)
+    assert (run.status, run.restored, run.log_run.closed) == (0, True, True)
     saving.assert_saved(tmp_path, saving.expected(made.path))
 
 

@@ -219,6 +219,21 @@ def test_a_restore_asks_and_ends_well_on_a_terminal_of_any_size(folder, how):
     assert restoring.read_block(folder / "device", 5) == RECORDS[5][1]
 
 
+@pytest.mark.parametrize("words", [
+    saving.arguments("image", "--validation-skip"),
+    ["--bypass-ostrel", "--validation-skip", *restoring.arguments("device", pool="data")]],
+    ids=["save", "restore"])
+@pytest.mark.parametrize("how, before", [
+    ({"rows": 1, "columns": 1}, ""), ({"rows": 500, "columns": 400}, ""),
+    ({}, "stty rows 0 cols 0; ")], ids=["1x1", "500x400", "0x0"])
+def test_a_terminal_of_any_size_gets_its_modes_back(folder, words, how, before):
+    saving.run_of(folder / "image", 64, 40)
+    scanset.write_set(folder / "set", RECORDS, pool_name="DATA")
+    run = saving.run_in_shell(f'{before}exec "$0" --automatic "$@"', folder, *words, **how)
+    assert (run.status, run.restored, run.text.strip()) == (0, True, "")
+    assert run.log_run.closed
+
+
 def test_the_pad_stands_in_the_corner_of_an_enormous_terminal(tmp_path):
     with fed_save(tmp_path, rows=ENORMOUS[0], columns=ENORMOUS[1]) as terminal:
         picture = paused(terminal)
