@@ -156,3 +156,16 @@ def test_wherever_drawing_fails_the_pass_goes_to_its_end(fresh, image, words, ho
             assert run.log_run.lines.count(UNPAINTED) == 1
             assert run.text.strip() == saving.failed_line(NO_MEMORY)
     assert {(False, 1), (True, 1)} <= outcomes
+
+
+def test_a_line_of_the_log_that_finds_no_memory_is_told_and_ends_no_run(fresh, image):
+    words = ["--automatic"] * 60 + SAVE
+    for left in itertools.count():
+        folder = fresh()
+        run = short_of_memory(words, folder, left, "OF_OPERATOR", "ONCE")
+        if run.status == 0:
+            break
+    assert run.restored and run.log_run.closed
+    assert run.text.strip() == "ostrelscan.log is not complete: it could not be written."
+    assert "</CommandLine>" not in run.log
+    assert_whole(folder, image, words)

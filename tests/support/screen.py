@@ -3,6 +3,7 @@
 import copy
 import os
 import select
+import signal
 import time
 
 import pexpect
@@ -125,6 +126,12 @@ class _Process(ptyprocess.PtyProcess):
         self._started = True
 
 
+def _let_writes_fail_as_they_do():
+    """Python ignores what ends a program that writes too much or to nobody, and would hand that on."""
+    for number in (signal.SIGPIPE, signal.SIGXFSZ):
+        signal.signal(number, signal.SIG_DFL)
+
+
 class _Child(pexpect.spawn):
     def _spawnpty(self, args, **kwargs):
         return _Process.spawn(args, **kwargs)
@@ -145,7 +152,8 @@ class Terminal:
         self._stream = _Stream(self._screen)
         argv = [os.fspath(arg) for arg in argv]
         self.child = _Child(
-            argv[0], argv[1:], dimensions=(rows, columns), env=full, cwd=cwd, echo=False)
+            argv[0], argv[1:], dimensions=(rows, columns), env=full, cwd=cwd, echo=False,
+            preexec_fn=_let_writes_fail_as_they_do)
         self.child.delaybeforesend = None
 
     def __enter__(self):
