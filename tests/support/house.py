@@ -81,6 +81,7 @@ ROOMS = (
         scanSetBlocks
         scanSetCheck
         scanSetIndex
+        scanSetMap
         scanSetLoss
         scanSetMerge
         scanSetNames
@@ -126,6 +127,7 @@ ROOMS = (
     """),
     Room("companion", "beside", "util/zsbtool", ("0", "1 left"), """
         arguments
+        badBlocks
         badBlocksCommand
         blockNumbers
         blockTypeNames
@@ -140,6 +142,7 @@ ROOMS = (
         exportCommand
         failure
         findCommand
+        html
         imageCommand
         imageMount
         infoCommand
@@ -148,6 +151,8 @@ ROOMS = (
         logCommand
         madeSet
         main
+        mapCommand
+        mapPicture
         mergeCommand
         messages
         mountCommand
@@ -161,6 +166,8 @@ ROOMS = (
         prepareCommand
         program
         progress
+        reportCommand
+        reportPage
         runLog
         setReport
         setSearch

@@ -16,6 +16,8 @@ COMMANDS = {
     "image": (["{set}", "-o", "{beside}/made.img"], 0),
     "info": (["{set}"], 0),
     "list": (["{set}"], 0),
+    "map": (["{set}"], 0),
+    "report": (["{set}", "-o", "{beside}/made.html"], 0),
 }
 
 

@@ -35,6 +35,7 @@ ScanSetFile DescribeFile(const ScanFileName& name, const ScanFileWalk& walk) {
         file.closeTime = header.closeTime;
         file.fileNumber = header.fileNumber;
         file.dataBytes = header.dataBytes;
+        file.crc = header.crc;
         file.scanID = header.scanID;
         file.poolName = PoolNameOf(header);
         file.poolBlocks = header.poolBlocks;

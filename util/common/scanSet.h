@@ -22,6 +22,7 @@ struct ScanSetFile {
     std::uint32_t closeTime = 0;
     std::uint32_t fileNumber = 0;  ///< as the header says
     std::uint64_t dataBytes = 0;
+    std::uint32_t crc = 0;  ///< of its records, as the header says
     GUID_t scanID{};
     std::string poolName;
     std::uint64_t poolBlocks = 0;

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "util/common/scanFileFormat.h"
+#include "util/zsbtool/badBlocks.h"
 #include "util/zsbtool/command.h"
 #include "util/zsbtool/failure.h"
 #include "util/zsbtool/json.h"
@@ -16,27 +17,6 @@ namespace {
 
 /// The sizes of a mapfile are signed numbers of 64 bits.
 constexpr std::uint64_t kMostBlocks = (std::uint64_t{1} << 63) / kPoolBlockSize - 1;
-
-/// The unreadable blocks of a run, and how much of the pool its log speaks of.
-struct BadBlocks {
-    std::vector<std::uint64_t> blocks;  ///< sorted, none twice
-    bool complete;                      ///< no error without its block, and the run was closed
-    std::uint64_t known;                ///< what is told of the blocks below this one is all
-};
-
-BadBlocks Study(const LoggedRun& run) {
-    BadBlocks bad{run.unreadable, false, 0};
-    std::sort(bad.blocks.begin(), bad.blocks.end());
-    bad.blocks.erase(std::unique(bad.blocks.begin(), bad.blocks.end()), bad.blocks.end());
-    const bool all = run.unreadable.size() == run.readErrors;
-    bad.complete = all && run.closed;
-    if (bad.complete) {
-        bad.known = run.reached.value_or(run.poolBlocks.value_or(0));
-    } else {
-        bad.known = bad.blocks.empty() ? 0 : bad.blocks.back() + 1;
-    }
-    return bad;
-}
 
 /// Blocks next to each other of one status of a mapfile.
 struct Region {
@@ -139,7 +119,7 @@ class BadBlocksCommand final : public Command {
                           (number_ ? ' ' + std::to_string(number) : std::string()));
         }
         const LoggedRun& run = runs[number - 1];
-        const BadBlocks bad = Study(run);
+        const BadBlocks bad = StudyBadBlocks(run);
         if (mapfile_) {
             PutMapfile(frame.out, RegionsOf(bad, PoolBlocks(run)));
         } else if (frame.settings.json) {

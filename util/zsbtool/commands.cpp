@@ -20,11 +20,13 @@
     command(kInfoCommand) \
     command(kListCommand) \
     command(kLogCommand) \
+    command(kMapCommand) \
     command(kMergeCommand) \
     ZSBTOOL_MOUNT(command) \
     command(kPackCommand) \
     command(kPreflightCommand) \
     command(kPrepareCommand) \
+    command(kReportCommand) \
     command(kStatusCommand) \
     command(kUnpackCommand)
 // clang-format on

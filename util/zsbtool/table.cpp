@@ -59,6 +59,10 @@ std::string Painter::operator()(Tone tone, const std::string& text) const {
     return on_ && sequence != nullptr && !text.empty() ? sequence + text + "\x1b[0m" : text;
 }
 
+std::string Painter::InColour(unsigned colour, const std::string& text) const {
+    return on_ ? "\x1b[38;5;" + std::to_string(colour) + 'm' + text + "\x1b[0m" : text;
+}
+
 void Table::Row(std::vector<Cell> cells) {
     rows_.push_back(std::move(cells));
 }

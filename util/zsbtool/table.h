@@ -17,6 +17,8 @@ class Painter {
     explicit Painter(bool on) : on_(on) {}
 
     std::string operator()(Tone tone, const std::string& text) const;
+    /// In one of a terminal's 256 colours.
+    std::string InColour(unsigned colour, const std::string& text) const;
 
   private:
     bool on_;

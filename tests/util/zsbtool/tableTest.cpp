@@ -35,6 +35,11 @@ TEST(Table, PaintsCellsWithoutTheirPadding) {
               "ä                   7  \x1b[31mbad\x1b[0m\n");
 }
 
+TEST(Painter, PaintsInOneOf256Colours) {
+    EXPECT_EQ(Painter(true).InColour(196, "A"), "\x1b[38;5;196mA\x1b[0m");
+    EXPECT_EQ(Painter(false).InColour(196, "A"), "A");
+}
+
 TEST(Table, LetsNoNameSteerTheTerminal) {
     Table table({{"name"}});
     table.Row({"\x1b[2J\n"});
