@@ -8,6 +8,7 @@ says which of them are out of date. OSTREL_BUILD names another build folder than
 import itertools
 import os
 import pathlib
+import re
 import sys
 import tempfile
 import xml.sax.saxutils
@@ -43,7 +44,16 @@ def style():
         return f".paper{{fill:{paper}}}.default{{fill:{ink}}}{rules('', palette)}"
     return ("text{font:14px monospace;white-space:pre}.bold{font-weight:bold}.on-default{fill:#f0f3f6}"
             f"{rules('on-', PAINTED)}{rules('ground-', GROUND)}{taste('#ffffff', '#24292f', LIGHT)}"
-            f"@media(prefers-color-scheme:dark){{{taste('#0d1117', '#e6edf3', DARK)}}}")
+            ".exact{filter:brightness(.65)}"
+            f"@media(prefers-color-scheme:dark){{{taste('#0d1117', '#e6edf3', DARK)}"
+            ".exact{filter:none}}")
+
+
+def colour_of(name):
+    """The class of a text in a named colour; a mixed one is an attribute of its own."""
+    if re.fullmatch("[0-9a-f]{6}", name):
+        return f'fill="#{name}" class="exact'
+    return f'class="{name}'
 
 
 def look_of(cell):
@@ -83,7 +93,7 @@ def svg(picture):
             if back:
                 lines.append(f'<rect class="{back}" x="{x:g}" y="{y:g}" width="{long:g}" '
                              f'height="{CELL_HEIGHT}" />')
-            lines.append(f'<text class="{front}{" bold" * bold}" x="{x:g}" y="{y + 13:g}" '
+            lines.append(f'<text {colour_of(front)}{" bold" * bold}" x="{x:g}" y="{y + 13:g}" '
                          f'textLength="{long:g}" xml:space="preserve">'
                          f"{xml.sax.saxutils.escape(text)}</text>")
     return "\n".join([*lines, "</svg>", ""])
@@ -113,7 +123,7 @@ class Stage:
         shown = " ".join(words)
         command = f"printf '$ zsbtool %s\\n' \"{shown}\"; zsbtool {shown}"
         path = f"{ostrelscan.build_folder()}/bin:{os.environ['PATH']}"
-        with screen.Terminal(["/bin/sh", "-c", command], cwd=self.folder, rows=60, columns=100,
+        with screen.Terminal(["/bin/sh", "-c", command], cwd=self.folder, rows=80, columns=100,
                              env={**self.environment, "PATH": path, "LD_PRELOAD": None}) as terminal:
             terminal.wait_exit(60)
             return terminal.now()
@@ -124,7 +134,8 @@ def make(folder):
     stage = Stage(folder)
     (stage.folder / "set").mkdir()
     saved = stage.tool("-P", "set", "save", POOL, "pool.img", until="Press any key", key=" ")
-    made = {"save": saved, "check": stage.companion("check", "set")}
+    made = {"save": saved, "check": stage.companion("check", "set"),
+            "map": stage.companion("map", "set")}
     for file in (stage.folder / "set").glob("*.ZSB"):
         file.rename(file.with_suffix(".ZRB"))
     restoring = ("--danger", "-P", "set", "restore", POOL, "pool.img")

@@ -191,6 +191,11 @@ def check(road):
     return good and not (road.service and road.call("zsbtool", "check", "packed"))
 
 
+def show_map(road):
+    say("A map: where the saved blocks lie in the pool", "what lies together, and what is scattered")
+    return road.call("zsbtool", "map", "raw")
+
+
 def restore(road):
     say("A restore: the set, put where a restore takes it, goes onto another device, block for block",
         "the type MSAP and the blocks of no known type, which are switched off")
@@ -230,8 +235,8 @@ def put_into_maintenance(road):
 def walk(road, planted):
     """The whole demonstration; True when every step went as it should."""
     steps = [(put_into_maintenance, True), (lambda road: save(road, planted), False),
-             (save_with_bad_blocks, True), (change_states, True), (check, False), (restore, False),
-             (compare, False)]
+             (save_with_bad_blocks, True), (change_states, True), (check, False),
+             (show_map, False), (restore, False), (compare, False)]
     for number, step in enumerate(step for step, needs in steps if road.service or not needs):
         if number > 0:
             wait_for_key()

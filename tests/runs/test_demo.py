@@ -60,10 +60,10 @@ def test_the_plain_road_works_without_devices_and_says_so():
 
 
 def test_a_key_goes_on_between_the_steps_where_that_is_asked_for():
-    shown = show("--plain", "--pause", size="16M", keys="\n\n\n")
+    shown = show("--plain", "--pause", size="16M", keys="\n\n\n\n")
     steps = re.split("-- a key goes on --\n", shown)
     assert [re.search(r"== (\w+,? \w+)", step)[1] for step in steps] == [
-        "A save", "Checks, of", "A restore", "The restored"]
+        "A save", "Checks, of", "A map", "A restore", "The restored"]
     assert "-- a key" not in show("--plain", size="16M")
 
 
