@@ -16,6 +16,8 @@ import threading
 
 import pytest
 
+import ostrelscan
+
 CONSOLE = re.compile(r":CONSOLE[:(]")
 
 
@@ -68,8 +70,8 @@ def browser():
     found = shutil.which("chromium")
     if found is None:
         pytest.skip("chromium is not installed")
-    if "ASAN_OPTIONS" in os.environ or "TSAN_OPTIONS" in os.environ:
-        pytest.skip("the browser is looked at once, without a sanitizer")
+    if ostrelscan.sanitized():
+        pytest.skip("a page is looked at once, without a sanitizer")
     return [found, "--headless", "--disable-gpu", "--disable-dev-shm-usage",
             "--disable-background-networking", "--disable-component-update", "--disable-sync",
             "--no-first-run", "--no-proxy-server",

@@ -44,13 +44,14 @@ def large(folder):
 
 # A process counts what its parent had when it came to be, so a small one stands between.
 PEAK = """import resource, subprocess, sys
-subprocess.run(sys.argv[1:], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, check=True)
+done = subprocess.run(sys.argv[2:], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+assert done.returncode == int(sys.argv[1])
 print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)"""
 
 
-def peak_kib(*arguments):
-    """The largest memory of a run, which must end well."""
-    argv = [sys.executable, "-c", PEAK, zsbtool.program(), *map(str, arguments)]
+def peak_kib(*arguments, status=0):
+    """The largest memory of a run, which must end with this status."""
+    argv = [sys.executable, "-c", PEAK, str(status), zsbtool.program(), *map(str, arguments)]
     return int(subprocess.run(argv, capture_output=True, check=True).stdout)
 
 
@@ -65,8 +66,11 @@ COMMANDS = [
     "find --json --jobs 2 SET 9999",
     "compare --json --jobs 2 SET SET",
     "image --jobs 2 SET -o OUT",
+    "map --jobs 2 SET",
+    "map --jobs 2 SET -o OUT",
     "merge --json --jobs 2 SET SET -o OUT",
     "prepare --json --jobs 2 SET OUT",
+    "report --jobs 2 SET -o OUT",
     "unpack --json --jobs 2 SET OUT",
     "export --jobs 2 SET -o OUT",
 ]
@@ -76,6 +80,19 @@ COMMANDS = [
 def test_a_command_keeps_within_the_limit(large, folder, line):
     places = {"SET": large, "OUT": folder / f"out of {line.split()[0]}"}
     assert peak_kib(*(places.get(word, word) for word in line.split())) <= LIMIT_KIB
+
+
+def test_two_sets_of_full_files_are_compared_within_the_limit(folder):
+    """Their files do not meet at their borders, so that each job works on several of them."""
+    jobs = 6
+    blocks = [(number, b"LEAF".ljust(scanset.BLOCK_BYTES, b"\0"))
+              for number in range(jobs * scanset.FULL_FILE_RECORDS)]
+    for name, first in (("one", 0), ("other", 700)):
+        (folder / name).mkdir()
+        scanset.write_set(folder / name, [(number + first, data) for number, data in blocks],
+                          compress=True, level=1, poolBlocks=20_000)
+    peak = peak_kib("compare", "--jobs", jobs, folder / "one", folder / "other", status=2)
+    assert peak <= (64 + 24 * jobs) * 1024
 
 
 def test_a_mount_keeps_within_the_limit_while_all_of_it_is_read(large, tmp_path):

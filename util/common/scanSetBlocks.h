@@ -21,7 +21,7 @@ struct ScanPlace {
     const QuadAndBlock_s* record;         ///< as long as its stretch is kept
 };
 
-/// The records of one stretch in memory, some 10 MiB. It does not change, so any number of threads
+/// The records of one stretch in memory, some 5 MiB. It does not change, so any number of threads
 /// may share it.
 class ScanStretchContent {
   public:

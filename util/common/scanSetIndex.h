@@ -7,10 +7,10 @@
 #include "util/common/scanFileFormat.h"
 #include "util/common/scanFileStudy.h"
 
-/// Consecutive records of one file of a set: for the files of a save, all of the file.
+/// Consecutive records of one file of a set.
 struct ScanStretch {
-    /// So many records at most; a full file of a save has fewer.
-    static constexpr std::uint32_t kMostRecords = 2560;
+    /// So many records at most: two stretches for a full file of a save, each 5 MiB in memory.
+    static constexpr std::uint32_t kMostRecords = 1280;
 
     std::uint32_t file = 0;     ///< its place among the set's files
     std::uint32_t records = 0;  ///< how many
@@ -24,7 +24,7 @@ struct ScanStretch {
 };
 
 /// Tells in which stretches of a set a block may lie, whatever the order of the blocks in it. A
-/// stretch takes 40 bytes for some 10 MiB of records, so that the index of any set fits into
+/// stretch takes 40 bytes for some 5 MiB of records, so that the index of any set fits into
 /// memory; where in its stretch a block lies, if it does, tell `ScanStretchContent` and
 /// `ScanSetBlocks`. Used by any number of threads at a time.
 class ScanSetIndex {

@@ -70,7 +70,8 @@ std::vector<PieceOfPool> PiecesOf(const ScanSetIndex& index) {
     std::vector<PieceOfPool> pieces;
     std::uint64_t first = 0;
     for (const ScanStretch& stretch : index.Stretches()) {
-        if (stretch.range.lowest > first) {
+        // A compressed file is read from its start, and so once, when it is in one piece.
+        if (stretch.first == 0 && stretch.range.lowest > first) {
             pieces.push_back({first, stretch.range.lowest - 1});
             first = stretch.range.lowest;
         }

@@ -53,18 +53,18 @@ TEST(ScanSetIndexTest, NamesAllThatReachOverABlockTheLastOfTheSetFirst) {
 
 TEST(ScanSetIndexTest, CutsALongFileIntoStretches) {
     std::vector<std::uint64_t> blocks;
-    for (std::uint64_t block = 0; block < 6000; ++block) {
+    for (std::uint64_t block = 0; block < 3000; ++block) {
         blocks.push_back(block);
     }
     const ScanSetIndex index = IndexOf({blocks});
     ASSERT_EQ(index.Stretches().size(), 3U);
-    EXPECT_EQ(index.Stretches()[0].records, 2560U);
-    EXPECT_EQ(index.Stretches()[2].first, 5120U);
-    EXPECT_EQ(index.Stretches()[2].records, 880U);
-    EXPECT_EQ(index.Stretches()[2].range.lowest, 5120U);
-    EXPECT_EQ(index.Stretches()[2].range.highest, 5999U);
-    EXPECT_THAT(index.Candidates(2559), ElementsAre(0));
-    EXPECT_THAT(index.Candidates(2560), ElementsAre(1));
+    EXPECT_EQ(index.Stretches()[0].records, 1280U);
+    EXPECT_EQ(index.Stretches()[2].first, 2560U);
+    EXPECT_EQ(index.Stretches()[2].records, 440U);
+    EXPECT_EQ(index.Stretches()[2].range.lowest, 2560U);
+    EXPECT_EQ(index.Stretches()[2].range.highest, 2999U);
+    EXPECT_THAT(index.Candidates(1279), ElementsAre(0));
+    EXPECT_THAT(index.Candidates(1280), ElementsAre(1));
 }
 
 TEST(ScanSetIndexTest, SkipsWhatLiesBelowABlock) {
