@@ -230,6 +230,15 @@ def test_a_full_file_system_ends_with_1_and_leaves_nothing(tmp_path, small_disk)
         assert shown.err == f"zsbtool: {target}: No space left on device\n"
 
 
+def test_a_limit_of_file_sizes_ends_with_1_and_leaves_nothing(tmp_path):
+    source = Set(compress=True).write(tmp_path / "set")
+    shown = zsbtool.run("unpack", source, tmp_path / "out",
+                        before=("bash", "-c", 'ulimit -f 8; exec "$@"', "bash"))
+    assert (shown.status, shown.text) == (1, "")
+    assert shown.err == f"zsbtool: {tmp_path / 'out'}: File too large\n"
+    assert os.listdir(tmp_path) == ["set"]
+
+
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_a_signal_leaves_nothing(tmp_path, number):
     source = Set().write(tmp_path / "set")
