@@ -1,6 +1,7 @@
 #include "util/zsbtool/imageMount.h"
 
 #define FUSE_USE_VERSION 312
+#include <fcntl.h>
 #include <fuse.h>
 #include <poll.h>
 #include <pthread.h>
@@ -9,14 +10,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <iterator>
 #include <string_view>
 #include <thread>
 #include <utility>
