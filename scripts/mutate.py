@@ -1,0 +1,284 @@
+"""Changes the product at one place, and looks whether a test notices: `mutate.py [OPTION]...`
+
+A mutant is one small change of one statement of util/ that the tests run: a comparison, a sum, a
+constant, a condition turned round, a call left out. All of them are compiled into one set of programs,
+each behind a switch that the environment's MUTANT turns, so that a mutant costs no more than the tests
+that are run on it: the unit tests of its file, then the other ones, then the whole runs that go through
+its file. The first failure kills it. They are chosen at random, by a seed, so that a run can be repeated.
+
+    --count N       how many mutants (330; those that do not compile are left out)
+    --seed N        which ones (1)
+    --only TEXT     of files whose path holds TEXT
+    --units         the unit tests alone
+"""
+
+import argparse
+import concurrent.futures
+import dataclasses
+import json
+import os
+import pathlib
+import random
+import re
+import shlex
+import shutil
+import subprocess
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILD = ROOT / "build" / "release"
+WORK = ROOT / "build" / "mutate"
+PYTHON = "/usr/bin/python3"  # the one that Debian's packages are for
+UNTOUCHED = {"errorTable", "qdsNitErrorTable", "usage", "main"}  # tables and texts
+PROGRAMS = ("tests/unit_tests", "tests/screenDriver", "tests/dialogueDriver", "bin/ostrelscan",
+            "bin/zsbtool")
+SWITCH = """#include <cstdlib>
+inline bool Mutant(int number) {
+    static const char* const told = std::getenv("MUTANT");
+    static const int active = told != nullptr ? std::atoi(told) : 0;
+    return active == number;
+}
+"""
+
+# What is changed into what.
+CHANGES = [
+    (r" == ", " != "), (r" != ", " == "), (r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "),
+    (r" >= ", " > "), (r" && ", " || "), (r" \|\| ", " && "), (r" \+ ", " - "), (r" - ", " + "),
+    (r" \+= ", " -= "), (r"\+\+", "--"), (r" & ", " | "), (r" % ", " / "), (r" \* ", " / "),
+    (r"\btrue\b", "false"), (r"\bfalse\b", "true"),
+    (r"(?<![\w.\"'\[])(\d+)(?![\w.\"'])", lambda match: str(int(match[1]) + 1)),
+]
+
+# The statements that can stand behind a switch, as they stand in one line.
+CONDITION = re.compile(r"(\s*(?:\} else )?(?:if|while) \((?:.*; )?)((?!.* = ).*)(\) \{)")
+RETURN = re.compile(r"(\s*)return (.+);")
+DEFINITION = re.compile(r"(\s*(?!constexpr|static|return|using|throw)(?:const )?[\w:<>,*&]+[*&]? "
+                        r"\w+ = )(.+)(;)")
+STEP = re.compile(r"(\s*)(?!return|throw|break|continue|using|delete|goto)"
+                  r"((?:[\w\]\[.:>*()-]+ [-+|&]?= .+|(?:\+\+|--)?[\w.:>\[\]-]+(?:\(.*\))?);)")
+
+# The whole runs that go through a file of the tool, by the start of its path.
+RUNS = {
+    "util/zsbtool/": ["zsbtool"],
+    "util/ostrelscan/restore": ["runs/test_restore.py", "runs/test_restore_dialogue.py",
+                                "runs/test_restore_faults.py"],
+    "util/ostrelscan/screen": ["runs/test_screen_layer.py", "runs/test_screen_input.py",
+                               "runs/test_screen_text.py", "runs/test_screen.py",
+                               "runs/test_screen_size.py"],
+    "util/ostrelscan/signal": ["runs/test_signals_save.py", "runs/test_signals_terminal.py"],
+    "util/ostrelscan/poolDevice": ["runs/test_bad_blocks.py", "runs/test_save.py"],
+    "util/ostrelscan/": ["runs/test_save.py", "runs/test_screen.py", "runs/test_restore_dialogue.py",
+                         "runs/test_command_line.py", "runs/test_log.py"],
+    "util/common/he": ["runs/test_pool_lock_changes.py", "runs/test_pool_lock_bus.py"],
+    "util/common/poolLock": ["runs/test_pool_lock_changes.py", "runs/test_pool_lock_states.py"],
+    "util/common/scan": ["runs/test_save.py", "runs/test_restore.py", "zsbtool"],
+    "util/common/": ["runs/test_save.py", "runs/test_restore.py", "runs/test_log.py"],
+}
+
+
+@dataclasses.dataclass
+class Mutant:
+    number: int
+    path: str
+    line: int
+    before: str
+    after: str  # the line with the switch in it
+    change: str  # the line as changed
+
+    def __str__(self):
+        return f"{self.path}:{self.line}: {self.before.strip()}  ->  {self.change.strip()}"
+
+
+def covered_lines():
+    """The lines of util/ that tests run, by file, as scripts/coverage has found them."""
+    report = json.loads((ROOT / "build/coverage/coverage.json").read_text(encoding="utf-8"))
+    return {file["file"]: {line["line_number"] for line in file["lines"] if line["count"] > 0}
+            for file in report["files"] if file["file"].endswith(".cpp")}
+
+
+def in_text(code, at):
+    """Whether a place is within a literal text."""
+    return code[:at].replace('\\"', "").count('"') % 2 == 1
+
+
+def changed(code):
+    """The code with one change each."""
+    for pattern, replacement in CHANGES:
+        for match in re.finditer(pattern, code):
+            if not in_text(code, match.start()):
+                new = replacement if isinstance(replacement, str) else replacement(match)
+                yield code[:match.start()] + new + code[match.end():]
+
+
+def mutants_of_line(line):
+    """(the line with a switch "@@", the line as changed) for every change."""
+    if match := CONDITION.fullmatch(line):
+        start, condition, end = match.groups()
+        for new in (f"!({condition})", *changed(condition)):
+            yield f"{start}@@ ? bool({new}) : bool({condition}){end}", f"{start}{new}{end}"
+    elif match := RETURN.fullmatch(line):
+        for new in changed(match[2]):
+            yield f"{match[1]}if (@@) {{ return {new}; }} {line.strip()}", f"return {new};"
+    elif match := DEFINITION.fullmatch(line):
+        for new in changed(match[2]):
+            yield f"{match[1]}@@ ? ({new}) : ({match[2]});", f"{match[1]}{new};"
+    elif match := STEP.fullmatch(line):
+        for new in (";", *changed(match[2])):
+            yield f"{match[1]}if (@@) {{ {new} }} else {{ {match[2]} }}", new
+
+
+def begins_a_statement(before):
+    """Whether a line may, as far as the line before it tells."""
+    code = before.split("//")[0].rstrip()
+    return not code or code[-1] in ";{}:"
+
+
+def mutants_of(path, lines):
+    text = (ROOT / path).read_text(encoding="utf-8").splitlines()
+    for number, line in enumerate(text, 1):
+        if number in lines and begins_a_statement(text[number - 2]) and "//" not in line:
+            for after, change in mutants_of_line(line):
+                yield Mutant(0, path, number, line, after, change)
+
+
+def choose(count, seed, only):
+    """One mutant for a line at most."""
+    all_of = [mutant for path, lines in sorted(covered_lines().items())
+              if only in path and pathlib.Path(path).stem not in UNTOUCHED
+              for mutant in mutants_of(path, lines)]
+    random.Random(seed).shuffle(all_of)
+    chosen = {}
+    for mutant in all_of:
+        if len(chosen) < count:
+            chosen.setdefault((mutant.path, mutant.line), mutant)
+    for number, mutant in enumerate(chosen.values(), 1):
+        mutant.number = number
+    return list(chosen.values())
+
+
+def run(command, seconds, **how):
+    """Whether a command succeeds in time."""
+    with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                          stderr=subprocess.DEVNULL, start_new_session=True, **how) as process:
+        try:
+            return process.wait(seconds) == 0
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, 9)
+            return False
+
+
+class Bench:
+    """The release build, with objects in it that have the mutants: they come first where a program is
+    linked."""
+
+    def __init__(self):
+        shutil.rmtree(WORK, ignore_errors=True)
+        self.shadow = WORK / "build"  # the build, but for the programs with the mutants in them
+        for name in ("bin", "tests", "lib"):
+            (self.shadow / name).mkdir(parents=True)
+            for entry in (BUILD / name).iterdir():
+                (self.shadow / name / entry.name).symlink_to(entry)
+        self._commands = {entry["file"]: entry["command"] for entry in json.loads(
+            (BUILD / "compile_commands.json").read_text(encoding="utf-8"))}
+        self._objects = []
+
+    def compile(self, path, mutants):
+        """Compiles a source with its mutants; those that do not compile are left out. The others."""
+        lines = (ROOT / path).read_text(encoding="utf-8").splitlines()
+        source = WORK / path.replace("/", ".")
+        while mutants:
+            self._write(source, lines, mutants)
+            told = subprocess.run(self._command(path, source), cwd=BUILD, capture_output=True,
+                                  text=True, check=False)
+            if told.returncode == 0:
+                self._objects.append(str(source.with_suffix(".o")))
+                break
+            wrong = {int(line) - 1 for line in
+                     re.findall(rf"{re.escape(source.name)}:(\d+):\d+: error", told.stderr)}
+            kept = [mutant for mutant in mutants if mutant.line not in wrong]
+            mutants = kept if len(kept) < len(mutants) else []
+        return mutants
+
+    @staticmethod
+    def _write(source, lines, mutants):
+        lines = list(lines)
+        for mutant in mutants:
+            lines[mutant.line - 1] = mutant.after.replace("@@", f"Mutant({mutant.number})")
+        source.write_text('#include "switch.h"\n' + "\n".join(lines) + "\n", encoding="utf-8")
+
+    def _command(self, path, source):
+        command = shlex.split(self._commands[str(ROOT / path)])
+        return [*command[:command.index("-o")], f"-I{WORK}", "-O0", "-w", "-U_FORTIFY_SOURCE", "-o",
+                str(source.with_suffix(".o")), "-c", str(source)]
+
+    def link(self, target):
+        told = subprocess.run(["ninja", "-C", str(BUILD), "-t", "commands", target],
+                              capture_output=True, text=True, check=True).stdout
+        command = shlex.split(told.strip().splitlines()[-1].removeprefix(": && ").split(" && ")[0])
+        at = command.index("-o")
+        program = self.shadow / target
+        program.unlink()
+        command[at + 1] = str(program)
+        # The first of two definitions counts: the mutants stand before every library.
+        command[1:1] = [*self._objects, "-fuse-ld=lld", "-Wl,--allow-multiple-definition"]
+        subprocess.run(command, cwd=BUILD, check=True)
+
+
+def unit_filter(path):
+    """The unit tests of a file of its own, by the names of its test suites."""
+    tests = list(ROOT.glob(f"tests/{pathlib.Path(path).with_suffix('')}*Test.cpp"))
+    text = "".join(test.read_text(encoding="utf-8") for test in tests)
+    return ":".join(f"*{suite}.*" for suite in
+                    sorted(set(re.findall(r"^TEST\w*\(\s*(\w+),", text, re.M))))
+
+
+def killer(bench, mutant, units):
+    """What notices the mutant: "unit", a file of whole runs, or nothing."""
+    environment = {**os.environ, "MUTANT": str(mutant.number), "PYTHONDONTWRITEBYTECODE": "1",
+                   "OSTREL_BUILD": str(bench.shadow)}
+    how = {"env": environment, "cwd": WORK}
+    tests = bench.shadow / "tests" / "unit_tests"
+    first = unit_filter(mutant.path)
+    for words in ([f"--gtest_filter={first}"] if first else [], []):
+        if not run([tests, "--gtest_brief=1", *words], 300, **how):
+            return "unit"
+    files = next(files for start, files in RUNS.items() if mutant.path.startswith(start))
+    for name in () if units else files:
+        if not run([PYTHON, "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider", "-n", "4",
+                    ROOT / "tests" / name], 900, **how):
+            return name
+    return ""
+
+
+def compile_all(bench, chosen):
+    """The mutants that are programs."""
+    files = sorted({mutant.path for mutant in chosen})
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        kept = list(pool.map(lambda path: bench.compile(
+            path, [mutant for mutant in chosen if mutant.path == path]), files))
+    for target in PROGRAMS:
+        bench.link(target)
+    return sorted((mutant for mutants in kept for mutant in mutants), key=lambda one: one.number)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
+    parser.add_argument("--count", type=int, default=330)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--only", default="")
+    parser.add_argument("--units", action="store_true")
+    options = parser.parse_args()
+    bench = Bench()
+    (WORK / "switch.h").write_text(SWITCH, encoding="utf-8")
+    mutants = compile_all(bench, choose(options.count, options.seed, options.only))
+    nobody = Mutant(0, "util/common/", 0, "", "", "nothing is changed")
+    if by := killer(bench, nobody, True):
+        raise SystemExit(f"without a mutant, {by} fails")
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool, \
+            open(WORK / "report.txt", "w", encoding="utf-8") as report:
+        for mutant, by in zip(mutants, pool.map(
+                lambda mutant: killer(bench, mutant, options.units), mutants)):
+            print(f"{f'killed by {by}' if by else 'survived':44} {mutant}", file=report, flush=True)
+
+
+if __name__ == "__main__":
+    main()
