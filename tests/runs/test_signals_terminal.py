@@ -102,6 +102,9 @@ def test_a_terminal_that_takes_no_more_holds_up_no_signal(tmp_path):
             cwd=tmp_path) as terminal:
         pid = terminal.child.pid
         feed.open()
+        signalled.eventually(lambda: "Blocks in pool is 3" in log_of(tmp_path))
+        signalled.fill_terminal(pid)
+        feed.block()
         signalled.eventually(lambda: signalled.is_stuck_writing(pid))
         signalled.send(pid, signal.SIGTERM)
         feed.close()
@@ -124,6 +127,7 @@ def test_a_terminal_that_is_stopped_is_given_back_too(tmp_path):
         feed.open()
         run.terminal.wait_for("Scanning 3 blocks", 60)
         run.terminal.send("\x13")
+        feed.block()  # which changes what stands on the screen
         signalled.eventually(lambda: signalled.is_stuck_writing(run.pid), run.terminal)
         run.send(signal.SIGTERM)
         run.kill(signal.SIGTERM)

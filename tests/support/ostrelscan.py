@@ -27,10 +27,16 @@ def helper(name):
     return build_folder() / "tests" / name
 
 
-def sanitized():
-    """Whether a sanitizer is in the tool, which maps and opens more than the tool itself."""
+def sanitizer():
+    """The library of the sanitizer that is in the programs, which maps, opens and writes more than
+    they do themselves: "libasan", "libtsan" or none."""
     linked = subprocess.run(["ldd", tool()], capture_output=True, text=True, check=True).stdout
-    return "libasan" in linked or "libtsan" in linked
+    return next((name for name in ("libasan", "libtsan") if name in linked), None)
+
+
+def sanitized():
+    """Whether a sanitizer is in the programs."""
+    return sanitizer() is not None
 
 
 def preload(*libraries, **settings):

@@ -49,10 +49,11 @@ def signal_set(pid, field, task=None):
 def watching_threads(pid):
     """The threads that wait for signals and for nothing else."""
     found = []
-    for task in pathlib.Path(f"/proc/{pid}/task").glob("*"):
-        with contextlib.suppress(OSError):
-            if (task / "syscall").read_text().split()[0] == WATCH_CALL[platform.machine()]:
-                found.append(int(task.name))
+    with contextlib.suppress(OSError):  # a process or a thread that has just ended
+        for task in sorted(pathlib.Path(f"/proc/{pid}/task").iterdir()):
+            with contextlib.suppress(OSError):
+                if (task / "syscall").read_text().split()[0] == WATCH_CALL[platform.machine()]:
+                    found.append(int(task.name))
     return found
 
 
@@ -97,6 +98,16 @@ def ending_at_once(pid, terminal):
     yield
     eventually(lambda: not pathlib.Path(f"/proc/{pid}/task/{watch}").exists(), terminal)
     eventually(lambda: MAIN_SCREEN in terminal.output, terminal)
+
+
+def fill_terminal(pid):
+    """Writes to a program's terminal until that takes no more, nor a moment later."""
+    terminal = os.open(os.readlink(f"/proc/{pid}/fd/1"), os.O_WRONLY | os.O_NOCTTY | os.O_NONBLOCK)
+    with contextlib.closing(os.fdopen(terminal, "wb", buffering=0)) as stream:
+        full = 0
+        while full < 10:
+            full = 0 if stream.write(b"x" * 100) else full + 1
+            time.sleep(0.01 if full else 0)
 
 
 def is_stuck_writing(pid):

@@ -9,6 +9,7 @@ import pathlib
 import subprocess
 
 import jsonschema
+import pytest
 
 import ostrelscan
 
@@ -85,3 +86,9 @@ def signalled(number, *arguments):
     """Runs a command and sends it a signal when its output is whole and about to be synced."""
     return run(*arguments, env=ostrelscan.preload(
         "libsignalat.so", SIGNAL_CALL="fsync", SIGNAL_NUMBER=str(int(number))))
+
+
+def needs_no_file_of_the_sanitizers():
+    """Marks a test that lets a program write no file at all."""
+    return pytest.mark.skipif(ostrelscan.sanitizer() == "libtsan",
+                              reason="ThreadSanitizer writes a file before the program begins")

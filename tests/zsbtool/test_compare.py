@@ -199,6 +199,7 @@ def test_a_without_as_restored_is_no_command_line(tmp_path):
     assert (shown.status, shown.text) == (1, "")
 
 
+@zsbtool.needs_no_file_of_the_sanitizers()
 def test_without_room_for_what_differs_it_ends_with_1(tmp_path):
     one, other = Set(), Set()
     other.drop(1)

@@ -18,8 +18,8 @@ FILES = 10_000
 JOBS = 2
 LIMIT_KIB = (64 + 24 * JOBS) * 1024
 
-if ostrelscan.sanitized():
-    pytest.skip("a sanitizer takes memory of its own", allow_module_level=True)
+pytestmark = pytest.mark.skipif(ostrelscan.sanitized(),
+                                reason="a sanitizer takes memory of its own")
 
 
 @pytest.fixture(scope="module")

@@ -106,7 +106,7 @@ void UserInterface::Watch(const ScanEngine& engine, const std::function<void(boo
     // Nobody leaves a pass that is under way: a repaint that fails is left out.
     const auto repaint = [&](bool final) {
         try {
-            show(final);
+            screen_->AtOnce([&] { show(final); });
         } catch (const std::exception& failure) {
             NoteUnpainted(failure);
         }

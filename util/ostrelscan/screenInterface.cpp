@@ -350,7 +350,13 @@ void ScreenInterface::OutputToScreenWithAttribute(int attribute, const char* for
     Print(pad_, format, arguments);
     va_end(arguments);
     libc_color_reset(attribute);
-    ShowPad(pad_);
+    Show();
+}
+
+void ScreenInterface::Show() {
+    if (!held_) {
+        ShowPad(pad_);
+    }
 }
 
 void ScreenInterface::Redraw() {
@@ -358,7 +364,7 @@ void ScreenInterface::Redraw() {
     clear();
     wtouchln(pad_, 0, getmaxy(pad_), 1);
     wbkgd(pad_, static_cast<chtype>(COLOR_PAIR(4)));
-    ShowPad(pad_);
+    Show();
 }
 
 void ScreenInterface::EndWaitsAt(int descriptor, TerminalTurn* turn) {

@@ -64,6 +64,17 @@ class ScreenInterface {
     /// Follows the terminal's size and paints everything anew.
     void Redraw();
 
+    /// Calls `write`; what it writes shows at its end, all at once: a line end erases what stands
+    /// to its right, and would send that anew each time.
+    template <typename Write>
+    void AtOnce(const Write& write) {
+        {
+            const Held held(held_);
+            write();
+        }
+        Show();
+    }
+
     /// Every wait for a key, now and from here on, ends once this descriptor can be read. It is
     /// borrowed and never read; -1 takes it back. Meanwhile the waits let go of `turn`, where the
     /// terminal is shared.
@@ -91,11 +102,22 @@ class ScreenInterface {
     bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
 
   private:
+    struct Held {
+        explicit Held(bool& flag) : held(flag) { held = true; }
+        ~Held() { held = false; }
+        Held(const Held&) = delete;
+        Held& operator=(const Held&) = delete;
+
+        bool& held;
+    };
+
+    void Show();
     bool WaitsAreEnded() const;
     std::optional<int> ReadKey(WINDOW* window);
 
     struct screen* screen_;
     WINDOW* pad_ = nullptr;
+    bool held_ = false;
     int endOfWaits_ = -1;
     TerminalTurn* turn_ = nullptr;
 };
