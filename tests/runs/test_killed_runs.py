@@ -38,7 +38,7 @@ def test_a_killed_save_leaves_whole_files_and_the_next_one_works(pool, tmp_path,
         killed += powercut.kill_at(share, whole, arguments, folder, **preload)
         powercut.assert_killed_set(folder, records, compress=WHAT[kind])
         with powercut.start(arguments, folder, **preload) as again:
-            assert again.wait(60) == 0
+            assert again.wait(powercut.HANG) == 0
         saving.assert_saved(folder, records)
     assert killed > 0
 
@@ -62,7 +62,7 @@ def test_a_killed_restore_is_made_good_by_the_next_one(loop, tmp_path, kind):
             killed += powercut.kill_at(share, whole, powercut.restore_arguments(device), folder)
             assert_old_or_new(device)
             with powercut.start(powercut.restore_arguments(device), folder) as again:
-                assert again.wait(60) == 0
+                assert again.wait(powercut.HANG) == 0
             assert digest(device) == wanted
     assert killed > 0
 

@@ -12,6 +12,8 @@ import ostrelscan
 import restoring
 import scanset
 
+HANG = 300  # seconds that no run takes, however busy the machine
+
 
 def moments(count, seed):
     """Random shares of a run, the same ones for the same seed."""
