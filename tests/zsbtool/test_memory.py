@@ -73,9 +73,6 @@ COMMANDS = [
     "report --jobs 2 SET -o OUT",
     "unpack --json --jobs 2 SET OUT",
     "export --jobs 2 SET -o OUT",
-    "map --jobs 2 SET",
-    "map --jobs 2 SET -o OUT",
-    "report --jobs 2 SET -o OUT",
 ]
 
 
