@@ -101,6 +101,8 @@ def test_a_scan_file_that_may_not_grow_fails_the_save(pool, pool_device, tmp_pat
 
 @pytest.mark.parametrize("size", [0, 100, 1000])
 def test_a_log_that_may_not_grow_is_told(image, folder, size):
+    if size == 0 and ostrelscan.sanitized():
+        pytest.skip("a sanitizer writes files itself")
     run = limited(f"fsize={size}", save_words("../image"), folder)
     assert (run.status, run.restored) == (1, True)
     assert [line for line in run.text.splitlines() if line] == [
