@@ -115,6 +115,12 @@ def test_a_drawing_that_cannot_be_written_ends_with_1(tmp_path):
     for output in (tmp_path / "missing" / "map.svg", "/dev/full", tmp_path):
         shown = zsbtool.run("map", tmp_path / "set", "-o", output)
         assert (shown.status, shown.text) == (1, "")
+    assert [path.name for path in tmp_path.iterdir()] == ["set"]
+
+
+@zsbtool.needs_no_file_of_the_sanitizers()
+def test_without_room_nothing_is_left(tmp_path):
+    Set().write(tmp_path / "set")
     shown = zsbtool.run("map", tmp_path / "set", "-o", tmp_path / "map.svg",
                         before=("/bin/sh", "-c", 'ulimit -f 0; exec "$@"', "sh"))
     assert (shown.status, shown.err) == (1, f"zsbtool: {tmp_path}/map.svg: File too large\n")
