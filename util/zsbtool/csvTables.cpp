@@ -49,12 +49,8 @@ void AppendValue(std::string& line, const TableValue& value) {
 /// One table, with the names of its columns as the first line.
 class CsvFile {
   public:
-    CsvFile(const std::string& path, std::string shown, const TableLayout& layout)
-        : file_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)),
-          shown_(std::move(shown)) {
-        if (!file_.IsOpen()) {
-            throw Failure(Printable(shown_), errno);
-        }
+    CsvFile(FileDescriptor file, std::string shown, const TableLayout& layout)
+        : file_(std::move(file)), shown_(std::move(shown)) {
         std::vector<TableValue> names;
         for (const ColumnLayout& column : layout.columns) {
             names.emplace_back(std::string_view(column.name));
@@ -95,7 +91,12 @@ class CsvFolder final : public TableWriter {
     CsvFolder(Outputs& outputs, const std::string& path, const std::vector<TableLayout>& layouts)
         : folder_(outputs, path) {
         for (const TableLayout& layout : layouts) {
-            files_.emplace_back(folder_.Path() + layout.name + ".csv", path, layout);
+            const std::string name = folder_.Path() + layout.name + ".csv";
+            FileDescriptor file(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+            if (!file.IsOpen()) {
+                throw Failure(Printable(path), errno);
+            }
+            files_.emplace_back(std::move(file), path, layout);
         }
     }
 

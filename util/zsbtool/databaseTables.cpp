@@ -98,7 +98,7 @@ class Database final : public TableWriter {
         Execute("COMMIT");
         inserts_.clear();
         Require(sqlite3_close(database_.get()) == SQLITE_OK);
-        database_.release();
+        static_cast<void>(database_.release());  // it is closed
         file_.Commit();
     }
 

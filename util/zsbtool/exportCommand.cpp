@@ -28,22 +28,6 @@ TableValue TextOrNothing(const std::string& text) {
     return text.empty() ? TableValue() : TableValue(std::string_view(text));
 }
 
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : " ") + word;
-    }
-    return text;
-}
-
-std::string CodesOf(const std::vector<ScanProblem>& problems) {
-    std::vector<std::string> codes;
-    for (const ScanProblem& problem : problems) {
-        codes.emplace_back(problem.code);
-    }
-    return Joined(codes);
-}
-
 /// A record as its row needs it.
 struct RecordFacts {
     std::uint64_t block;
@@ -128,7 +112,7 @@ class Export {
         std::ranges::copy(facts.study.problems, std::back_inserter(problems));
         std::ranges::copy(problems, std::back_inserter(problems_));
         records_ += facts.study.records;
-        PutFile(file, facts.study.records, CodesOf(problems));
+        PutFile(file, facts.study.records, Joined(CodesOf(problems)));
     }
 
     void PutFile(const ScanSetFile& file, std::uint64_t records, const std::string& problems) {
@@ -154,7 +138,7 @@ class Export {
         const std::string scanId = model != nullptr ? GuidText(model->scanID) : "";
         const std::string pool = model != nullptr ? ValidUtf8(model->poolName) : "";
         const std::string created = model != nullptr ? TimeText(model->createTime) : "";
-        const std::string problems = CodesOf(problems_);
+        const std::string problems = Joined(CodesOf(problems_));
         PutRow(SetTable::kSets,
                std::vector<TableValue>{
                    std::string_view(path), TextOrNothing(scanId), TextOrNothing(pool),

@@ -12,6 +12,7 @@
 #include "util/zsbtool/html.h"
 #include "util/zsbtool/mapPicture.h"
 #include "util/zsbtool/outputs.h"
+#include "util/zsbtool/setReport.h"
 #include "util/zsbtool/text.h"
 
 namespace zsbtool {
@@ -36,14 +37,6 @@ bool Saved(const LoggedRun& run, const ScanSet& set) {
         return file.believable && found != crcs.end() && found->second == file.crc;
     };
     return run.poolBlocks && std::ranges::all_of(set.Files(), isOfIt);
-}
-
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : " ") + word;
-    }
-    return text;
 }
 
 /// "17, 20 to 24".
@@ -198,10 +191,6 @@ class Report {
 
     void PutFile(const ScanSetFile& file, std::uint64_t records,
                  const std::vector<ScanProblem>& problems) {
-        std::vector<std::string> codes;
-        for (const ScanProblem& problem : problems) {
-            codes.emplace_back(problem.code);
-        }
         std::vector<std::string> row = {file.name.Text(), std::to_string(records),
                                         ReadableSize(file.bytes)};
         if (file.believable) {
@@ -211,7 +200,7 @@ class Report {
         } else {
             row.insert(row.end(), 3, "");
         }
-        row.push_back(Joined(codes));
+        row.push_back(Joined(CodesOf(problems)));
         page_.Row(row);
     }
 

@@ -11,15 +11,6 @@ namespace zsbtool {
 
 namespace {
 
-std::vector<std::string> CodesOf(const std::vector<ScanProblem>& problems) {
-    std::vector<std::string> codes;
-    codes.reserve(problems.size());
-    for (const ScanProblem& problem : problems) {
-        codes.emplace_back(problem.code);
-    }
-    return codes;
-}
-
 void PutFile(JsonDocument& json, const ScanSetFile& file, std::uint64_t records,
              const std::vector<ScanProblem>& problems) {
     json.BeginEntry();
@@ -47,6 +38,15 @@ void PutSummary(Output& out, const CheckedSet& checked) {
 }
 
 }  // namespace
+
+std::vector<std::string> CodesOf(const std::vector<ScanProblem>& problems) {
+    std::vector<std::string> codes;
+    codes.reserve(problems.size());
+    for (const ScanProblem& problem : problems) {
+        codes.emplace_back(problem.code);
+    }
+    return codes;
+}
 
 void PutProblems(JsonDocument& json, const char* name, const std::vector<ScanProblem>& problems) {
     json.BeginList(name);

@@ -2,6 +2,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 #include "util/common/scanSetCheck.h"
 #include "util/zsbtool/table.h"
@@ -21,6 +22,9 @@ struct CheckedSet {
 std::string Verdict(const ScanSetReport& report);
 /// The tone for that.
 Tone VerdictTone(const ScanSetReport& report);
+
+/// The codes alone, in their order.
+std::vector<std::string> CodesOf(const std::vector<ScanProblem>& problems);
 
 /// Writes a list of problems or warnings as a member of the open object.
 void PutProblems(JsonDocument& json, const char* name, const std::vector<ScanProblem>& problems);

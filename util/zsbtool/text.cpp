@@ -75,6 +75,14 @@ std::string Counted(std::uint64_t count, std::string_view what) {
     return std::to_string(count) + ' ' + std::string(what) + (count == 1 ? "" : "s");
 }
 
+std::string Joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : " ") + word;
+    }
+    return text;
+}
+
 std::string TimeText(std::uint64_t seconds) {
     const auto time = static_cast<std::time_t>(seconds);
     std::tm parts{};

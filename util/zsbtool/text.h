@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct GUID_t;
 
@@ -21,6 +22,9 @@ std::string ReadableSize(std::uint64_t bytes);
 
 /// "1 block", "2 blocks".
 std::string Counted(std::uint64_t count, std::string_view what);
+
+/// The words with a blank between them.
+std::string Joined(const std::vector<std::string>& words);
 
 /// UTC seconds as ISO 8601: "2023-11-14T22:13:20Z".
 std::string TimeText(std::uint64_t seconds);
