@@ -110,7 +110,6 @@ def test_files_that_cannot_be_read_to_their_end_are_named(tmp_path):
     assert "blocks 7 to 12: nothing" in drawn(tmp_path / "map.svg")
 
 
-@zsbtool.needs_no_file_of_the_sanitizers()
 def test_a_drawing_that_cannot_be_written_ends_with_1(tmp_path):
     Set().write(tmp_path / "set")
     for output in (tmp_path / "missing" / "map.svg", "/dev/full", tmp_path):

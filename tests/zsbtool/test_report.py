@@ -170,7 +170,6 @@ def test_a_log_that_cannot_be_read_ends_with_1(tmp_path):
 
 
 @zsbtool.needs_no_file_of_the_sanitizers()
-@zsbtool.needs_no_file_of_the_sanitizers()
 def test_without_room_nothing_is_left(tmp_path):
     Set().write(tmp_path / "set")
     shown = zsbtool.run("report", tmp_path / "set", "-o", tmp_path / "report.html",
