@@ -14,10 +14,11 @@ constexpr std::uint64_t kNoBlock = std::numeric_limits<std::uint64_t>::max();
 /// The blocks seen in one window, and the lowest block above it.
 class Window {
   public:
-    void Begin(std::uint64_t lowest) {
-        first_ = lowest;
+    /// As large as these blocks need it, and not larger than a window may be.
+    void Begin(const BlockRange& blocks) {
+        first_ = blocks.lowest;
         above_ = kNoBlock;
-        seen_.assign(kWindow, false);
+        seen_.assign(std::min(kWindow - 1, blocks.highest - blocks.lowest) + 1, false);
     }
 
     /// Counts the blocks of a file that are in the window and were seen before.
@@ -39,7 +40,7 @@ class Window {
         if (block < first_) {
             return;
         }
-        if (block - first_ >= kWindow) {
+        if (block - first_ >= seen_.size()) {
             above_ = std::min(above_, block);
             return;
         }
@@ -56,15 +57,16 @@ class Window {
 }  // namespace
 
 void CountTwice(std::vector<TwiceCandidate>& files) {
-    std::uint64_t lowest = kNoBlock;
+    BlockRange left;
     for (const TwiceCandidate& file : files) {
-        lowest = std::min(lowest, file.range.lowest);
+        left.Include(file.range.lowest);
+        left.Include(file.range.highest);
     }
     Window window;
     // The highest number of all is in no window of another, so it ends the search.
-    while (lowest != kNoBlock) {
-        window.Begin(lowest);
+    while (left.lowest != kNoBlock) {
+        window.Begin(left);
         std::ranges::for_each(files, [&window](TwiceCandidate& file) { window.Take(file); });
-        lowest = window.Above();
+        left.lowest = window.Above();
     }
 }
