@@ -33,9 +33,19 @@ class Parts {
     }
     void MoveBehind(std::uint64_t block) { behind_ = block < poolBlocks_ ? block + 1 : behind_; }
 
+    /// In order and apart, though the blocks of the files may not have been.
     std::vector<BlockSpan> Finish() {
         EndAt(poolBlocks_);
-        return std::move(parts_);
+        std::ranges::sort(parts_, {}, &BlockSpan::first);
+        std::vector<BlockSpan> joined;
+        for (const BlockSpan& part : parts_) {
+            if (joined.empty() || joined.back().end < part.first) {
+                joined.push_back(part);
+            } else {
+                joined.back().end = std::max(joined.back().end, part.end);
+            }
+        }
+        return joined;
     }
 
   private:

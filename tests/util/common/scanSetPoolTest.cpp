@@ -120,6 +120,14 @@ TEST_F(ScanSetPoolTest, DoesNotGoByBlocksBehindItsEnd) {
     EXPECT_EQ(Read(10), "block10");
 }
 
+TEST_F(ScanSetPoolTest, TellsLostPartsInOrderWhereBlocksAreNot) {
+    File({50}, 0).Write(PathOf(0));
+    File({60, 10}, 2).Write(PathOf(2));  // file 1 is missing, and the end
+    EXPECT_THAT(Open().Lost(), ElementsAre(BlockSpan{11, kPoolBlocks}));
+    EXPECT_EQ(Read(12), "error " + std::to_string(EIO));
+    EXPECT_EQ(Read(60), "block60");
+}
+
 TEST_F(ScanSetPoolTest, CannotBeWithoutAnyHeader) {
     File({10}, 0).Write(PathOf(0));
     std::filesystem::resize_file(PathOf(0), 100);
