@@ -48,6 +48,10 @@ ScanSetIndex ScanSetPool::Study(unsigned jobs, bool strict, const ScanProgress& 
     };
     report_ = CheckScanSet(set_, jobs, progress, take);
     lost_ = loss.Find(set_, report_, strict);
+    // A header may tell of more blocks than a file can have.
+    std::erase_if(lost_, [this](const BlockSpan& span) { return span.first >= blocks_; });
+    std::ranges::for_each(lost_,
+                          [this](BlockSpan& span) { span.end = std::min(span.end, blocks_); });
     ScanSetIndex index = indexer.Finish();
     return strict ? WithoutAltered(index, set_, report_) : std::move(index);
 }
