@@ -7,6 +7,7 @@ library that answers for their size, and bypasses the service.
 
 import collections
 import contextlib
+import fcntl
 import os
 import pathlib
 import select
@@ -33,6 +34,7 @@ import screen
 POOL = "SAMPLE"
 SIZE = os.environ.get("SAMPLE_SIZE", "192M")
 PAUSE = float(os.environ.get("SAMPLE_PAUSE", "10"))  # seconds that a last screen waits for a key
+LOCK = os.environ.get("SAMPLE_LOCK")
 PAUSED = "SAMPLE_STEPS"  # set in the environment of a demonstration that waits between its steps
 BIN = ostrelscan.build_folder() / "bin"
 
@@ -57,6 +59,13 @@ def wait_for_key():
                 termios.tcsetattr(sys.stdin, termios.TCSADRAIN, before)
         else:
             sys.stdin.readline()
+
+
+def wait_until_built():
+    """Whoever builds a program that comes late in the story holds a lock until it is there."""
+    if LOCK is not None:
+        with open(LOCK, encoding="ascii") as lock:
+            fcntl.flock(lock, fcntl.LOCK_SH)
 
 
 class Road:
@@ -94,6 +103,8 @@ class Road:
     def call(self, program, *words):
         """Runs a program that needs no terminal; True where it ends well."""
         print("$", program, *words, flush=True)
+        if program == "zsbtool":
+            wait_until_built()
         return subprocess.run([BIN / program, *words], cwd=self.folder, check=False).returncode == 0
 
 
