@@ -1,17 +1,22 @@
 """Runs the cases in turns, prints their table, and ends with 1 where a goal is missed."""
 
 import argparse
+import contextlib
 import os
 import pathlib
 import shutil
+import signal
 import sys
 
 import cases
 import measuring
+import pool_cases
+import pool_samples
 import samples
 import table
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+PROGRAMS = ROOT / "build" / "release" / "bin"
 
 
 def arguments():
@@ -43,10 +48,20 @@ def left_out(case, commands):
     return ", ".join(missing)
 
 
-def chosen(wanted, place, commands):
+def are_wanted(begin, wanted):
+    """Whether a case may be wanted whose name begins so."""
+    return not wanted or any(name.startswith(begin) or begin.startswith(name) for name in wanted)
+
+
+def companion_cases(asked):
+    """zsbtool's."""
+    if not any(are_wanted(begin, asked.cases) for begin in cases.BEGIN):
+        return
+    sample, part = (samples.prepare(asked.folder / f"sample-{size}", size, say)
+                    for size in (asked.size, -(-asked.size // 8)))
+    place = cases.Place(PROGRAMS, asked.folder / "outputs", sample, part)
+    commands = measuring.commands_of(PROGRAMS / "zsbtool")
     for case in cases.all_cases(place):
-        if wanted and not any(case.name.startswith(name) for name in wanted):
-            continue
         why = left_out(case, commands)
         if why:
             say(f"bench: {case.name} is left out: {why} is not there")
@@ -54,19 +69,37 @@ def chosen(wanted, place, commands):
             yield case
 
 
+def tool_cases(asked, stack):
+    """ostrelscan's, whose devices are there until the stack is left."""
+    if not any(are_wanted(begin, asked.cases) for begin in pool_cases.BEGIN):
+        return []
+    why = pool_samples.why_not()
+    if why:
+        say(f"bench: save and restore are left out: {why} is not there")
+        return []
+    mkpool = PROGRAMS.parent / "tests" / "mkpool"
+    return pool_cases.all_cases(PROGRAMS / "ostrelscan",
+                                *stack.enter_context(pool_samples.attached(mkpool, say)))
+
+
+def measure(asked):
+    """The rows of the cases that were asked for."""
+    outputs = asked.folder / "outputs"
+    shutil.rmtree(outputs, ignore_errors=True)
+    outputs.mkdir(parents=True)
+    with contextlib.ExitStack() as stack:
+        stack.callback(shutil.rmtree, outputs)
+        todo = [case for case in [*companion_cases(asked), *tool_cases(asked, stack)]
+                if not asked.cases or any(map(case.name.startswith, asked.cases))]
+        return measuring.measure(todo, asked.rounds, outputs, say)
+
+
 def main():
     asked = arguments()
-    sample, part = (samples.prepare(asked.folder / f"sample-{size}", size, say)
-                    for size in (asked.size, -(-asked.size // 8)))
-    place = cases.Place(ROOT / "build" / "release" / "bin", asked.folder / "outputs", sample, part)
-    todo = list(chosen(asked.cases, place, measuring.commands_of(place.program / "zsbtool")))
+    for number in (signal.SIGTERM, signal.SIGHUP):  # devices are taken apart as after an interrupt
+        signal.signal(number, signal.default_int_handler)
     load = os.getloadavg()[0]
-    shutil.rmtree(place.outputs, ignore_errors=True)
-    place.outputs.mkdir()
-    try:
-        rows = measuring.measure(todo, asked.rounds, place.outputs, say)
-    finally:
-        shutil.rmtree(place.outputs)
+    rows = measure(asked)
     print(f"{asked.rounds} rounds, {os.cpu_count()} cores, load {load:.1f} before and "
           f"{os.getloadavg()[0]:.1f} after, {asked.size} MiB of records")
     print(table.text(rows), end="")

@@ -5,6 +5,7 @@ import pathlib
 import sys
 
 import samples
+from case import Case
 
 
 @dataclasses.dataclass(frozen=True)
@@ -16,18 +17,7 @@ class Place:
     part: samples.Sample     # an eighth of it, for what takes long or writes
 
 
-@dataclasses.dataclass(frozen=True)
-class Case:
-    """`goals` has, for each measure, the highest ratio to the anchor's. The measures are "cpu" (user and
-    system, of the whole process tree) and "wall", in seconds. Without an anchor the command prints its
-    measures itself, as a JSON object of seconds, and the goals are seconds, too."""
-    name: str
-    command: list
-    goals: dict
-    anchor: list = ()
-    zsbtool: str = ""    # the command of it that is needed
-    needs: tuple = ()    # programs
-    devices: tuple = ()
+BEGIN = ("check", "pack", "image", "mount")    # how the names of these cases begin
 
 
 def all_cases(place):
