@@ -6,7 +6,9 @@ import subprocess
 
 import pytest
 
+import ostrelscan
 import saving
+import scanset
 import zsbtool
 
 RUNS = pathlib.Path(__file__).resolve().parent / "logs" / "runs.log"
@@ -57,6 +59,26 @@ def test_the_blocks_are_those_that_could_not_be_read(fault_loop, pool, tmp_path)
                      "errors": 4, "complete": True}
     assert mapfile(tmp_path, tmp_path) == [
         (0, 5, "+"), (5, 1, "-"), (6, 64, "+"), (70, 2, "-"), (72, 4023, "+"), (4095, 1, "-")]
+
+
+def test_ddrescue_puts_the_blocks_into_an_image_of_the_set(fault_loop, pool, tmp_path):
+    if not shutil.which("ddrescue"):
+        pytest.skip("ddrescue is not installed")
+    image = pool(size="16M").copy_to(tmp_path / "image")
+    folders = [tmp_path / name for name in ("failing", "rescued", "sound")]
+    for folder in folders:
+        folder.mkdir()
+    save_with(fault_loop, image, folders[0], "badread=70-140,2000-2007")
+    zsbtool.run("image", "-o", "pool.img", folders[0], cwd=tmp_path)
+    (tmp_path / "pool.map").write_text(zsbtool.run("bad-blocks", "--mapfile", folders[0]).text,
+                                       encoding="ascii")
+    subprocess.run(["ddrescue", "-r3", image, "pool.img", "pool.map"], cwd=tmp_path, check=True,
+                   capture_output=True)
+    for folder, source in zip(folders[1:], (tmp_path / "pool.img", image)):
+        assert ostrelscan.run(["--bypass-ostrel", "save", "sample", source], folder,
+                              preload=True).status == 0
+    failing, rescued, sound = [dict(scanset.set_records(folder)) for folder in folders]
+    assert rescued == sound and len(failing) < len(sound)
 
 
 def test_what_stands_behind_the_999th_is_unknown(fault_loop, pool, tmp_path):
