@@ -14,6 +14,7 @@ OTHER_PROGRAMS_OPTIONS = {
     "--add-gnu-debuglink", "--only-keep-debug", "--strip-debug",     # objcopy
     "--gtest",                                                       # a program of unit tests
     "--detach", "--find", "--show",                                  # losetup
+    "--rescue",                                                      # ntfsclone
     "--setenv", "--unit", "--working-directory",                     # systemd-run
 }
 SCRIPTS = [path for path in (ROOT / "scripts").iterdir() if path.is_file()]
