@@ -1,7 +1,7 @@
 """Makes the pictures of docs/pictures from the programs themselves: `pictures.py [--check]`
 
-Each is a screen as it stands on a terminal, as text in an SVG that follows its reader's light or dark
-taste. The clock stands still for them, so that a picture changes only where the program does: --check
+Each is a screen as it stands on a terminal, or the upper part of a page, as text in an SVG that follows
+its reader's light or dark taste. The clock stands still for them, so that a picture changes only where the program does: --check
 says which of them are out of date. OSTREL_BUILD names another build folder than build/release.
 """
 
@@ -9,6 +9,7 @@ import itertools
 import os
 import pathlib
 import re
+import subprocess
 import sys
 import tempfile
 import xml.sax.saxutils
@@ -27,6 +28,7 @@ POOL = "DATA"
 CLOCK_START = "1700000000"
 TERMINAL = "screen-256color"  # on it every cell is drawn, where others are erased in a colour
 CELL_WIDTH, CELL_HEIGHT, MARGIN = 8.4, 18, 12
+PAGE_WIDTH, PAGE_HEIGHT = 1000, 1117
 NAMED = ("black", "red", "green", "brown", "blue", "magenta", "cyan", "white")
 # Text on the paper follows the reader's taste; where a program paints the ground, its colours stay.
 LIGHT = ("#24292f", "#b3261e", "#1a7f37", "#8a6100", "#0a4fb8", "#8250df", "#0b7285", "#57606a")
@@ -99,6 +101,18 @@ def svg(picture):
     return "\n".join([*lines, "</svg>", ""])
 
 
+def page_svg(html):
+    """The upper part of a page that zsbtool makes: its markup is XML as it stands."""
+    page_style = re.search(r"<style>(.*?)</style>", html, re.DOTALL)[1]
+    body = re.search(r"<body>(.*)</body>", html, re.DOTALL)[1]
+    size = f"width:{PAGE_WIDTH}px;height:{PAGE_HEIGHT}px"
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {PAGE_WIDTH} {PAGE_HEIGHT}" '
+            f'width="{PAGE_WIDTH}" height="{PAGE_HEIGHT}" style="{size}">\n'
+            f"<style>{page_style}body {{ margin: 0; height: 100%; }}</style>\n"
+            '<foreignObject width="100%" height="100%">'
+            f'<body xmlns="http://www.w3.org/1999/xhtml">{body}</body></foreignObject></svg>\n')
+
+
 class Stage:
     """A folder with a sample pool, in which programs are looked at."""
 
@@ -128,6 +142,27 @@ class Stage:
             terminal.wait_exit(60)
             return terminal.now()
 
+    def report(self, *words):
+        """The page that zsbtool makes of a set and a log."""
+        subprocess.run([ostrelscan.build_folder() / "bin/zsbtool", "report", "-o", "report.html", *words],
+                       cwd=self.folder, check=False, stdout=subprocess.DEVNULL)
+        return (self.folder / "report.html").read_text(encoding="utf-8")
+
+
+def spoil(path):
+    """Changes a byte of the first record."""
+    content = bytearray(path.read_bytes())
+    content[scanset.HEADER_BYTES + 100] ^= 1
+    path.write_bytes(content)
+
+
+def settle_scan_id(folder):
+    """Gives the files of a set the same scan ID at every time."""
+    for path in folder.glob("*.Z?B"):
+        with open(path, "r+b") as file:
+            file.seek(16)
+            file.write(bytes(range(16)))
+
 
 def make(folder):
     """{name: the picture's text}"""
@@ -145,12 +180,11 @@ def make(folder):
                                  POOL, "pool.img")
     made["error"] = stage.tool("save", POOL, "/dev/pool/DATA", until="Press any key", key=" ",
                                columns=90)
-    last = max((stage.folder / "set").iterdir())
-    content = bytearray(last.read_bytes())
-    content[scanset.HEADER_BYTES + 100] ^= 1
-    last.write_bytes(content)
+    spoil(max((stage.folder / "set").iterdir()))
     made["spoilt"] = stage.companion("check", "set")
-    return {name: svg(picture) for name, picture in made.items()}
+    settle_scan_id(stage.folder / "set")
+    return {"report": page_svg(stage.report("set", "ostrelscan.log")),
+            **{name: svg(picture) for name, picture in made.items()}}
 
 
 def main(arguments):

@@ -40,8 +40,17 @@ def test_a_picture_that_is_out_of_date_is_named(maker, monkeypatch, tmp_path, ca
         f"docs/pictures/{name}.svg is out of date\n" for name in ("error", "old", "save"))
 
 
-@pytest.mark.parametrize("path", sorted(PICTURES.glob("*.svg")), ids=lambda path: path.stem)
-def test_a_picture_holds_text_in_colours_for_light_and_dark(path):
+def test_the_picture_of_a_page_holds_its_text_in_colours_for_light_and_dark():
+    root = ElementTree.parse(PICTURES / "report.svg").getroot()
+    assert "(prefers-color-scheme: dark)" in root.find("{http://www.w3.org/2000/svg}style").text
+    body = root.find("{http://www.w3.org/2000/svg}foreignObject/{http://www.w3.org/1999/xhtml}body")
+    assert {"What was saved", "Findings", "Where the block types lie"} <= {
+        heading.text for heading in body.findall("{http://www.w3.org/1999/xhtml}h2")}
+
+
+@pytest.mark.parametrize("path", sorted(set(PICTURES.glob("*.svg")) - {PICTURES / "report.svg"}),
+                         ids=lambda path: path.stem)
+def test_a_screen_holds_text_in_colours_for_light_and_dark(path):
     root = ElementTree.parse(path).getroot()
     style = root.find("{http://www.w3.org/2000/svg}style").text
     assert "prefers-color-scheme:dark" in style
