@@ -30,7 +30,8 @@ extern "C" ssize_t pread64(int file, void* buffer, std::size_t bytes, off64_t of
     auto* const next = reinterpret_cast<Read*>(dlsym(RTLD_NEXT, "pread64"));
     const char* image = std::getenv("ALONE_IMAGE");
     struct stat facts {};
-    if (image == nullptr || fstat(file, &facts) != 0 || !S_ISBLK(facts.st_mode)) {
+    if (image == nullptr || bytes != kBlockBytes || fstat(file, &facts) != 0 ||
+        !S_ISBLK(facts.st_mode)) {
         return next(file, buffer, bytes, offset);
     }
     if (IsLost(offset)) {

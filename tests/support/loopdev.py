@@ -70,9 +70,11 @@ def _detach(device, backing):
 
 
 @contextlib.contextmanager
-def loop(image, *, read_only=False):
-    """The path of a loop device over the image."""
-    device = _attach(image, ["--read-only"] if read_only else [])
+def loop(image, *, read_only=False, direct=False):
+    """The path of a loop device over the image, which keeps nothing of it in a cache of its own
+    where that is said."""
+    options = [*(["--read-only"] if read_only else []), *(["--direct-io=on"] if direct else [])]
+    device = _attach(image, options)
     backing = _backing_file(device)
     try:
         yield device
@@ -209,8 +211,10 @@ def fault_disk(image, mount_point, *faults):
 
 @contextlib.contextmanager
 def fault_loop(image, mount_point, *faults):
-    """As fault_disk, with a loop device over the disk: yields (device path, FaultDisk)."""
-    with fault_disk(image, mount_point, *faults) as disk, loop(disk.disk) as device:
+    """As fault_disk, with a loop device over the disk: yields (device path, FaultDisk). What the
+    kernel asks of the device, the disk is asked for, as a real one would be, and nothing else."""
+    with fault_disk(image, mount_point, *faults) as disk, \
+            loop(disk.disk, direct=True) as device:
         try:
             yield device, disk
         finally:

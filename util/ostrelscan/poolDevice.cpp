@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "util/common/scanFileFormat.h"
@@ -46,11 +47,11 @@ std::uint64_t EndOf(int descriptor) {
     return file ? static_cast<std::uint64_t>(facts.st_size) >> kPoolBlockShift : kBlockLimit;
 }
 
-/// pread of one block that a signal does not cut short.
-StreamTransfer ReadBlockAt(int descriptor, void* buffer, std::uint64_t block) {
+/// pread of blocks that a signal does not cut short.
+StreamTransfer ReadBlocksAt(int descriptor, std::span<char> blocks, std::uint64_t first) {
     ssize_t count = 0;
     do {
-        count = pread64(descriptor, buffer, kPoolBlockSize, ByteOffset(block));
+        count = pread64(descriptor, blocks.data(), blocks.size(), ByteOffset(first));
     } while (count < 0 && errno == EINTR);
     return count < 0 ? StreamTransfer{.error = errno}
                      : StreamTransfer{.count = static_cast<std::size_t>(count)};
@@ -66,7 +67,7 @@ void PoolDevice::ForgetWindow() {
 void PoolDevice::Forget() {
     ForgetWindow();
     cache_.Begin(-1);
-    stretchStart_ = stretchEnd_ = 0;
+    stretchStart_ = stretchEnd_ = distrustEnd_ = 0;
     direct_ = FileDescriptor();
     directTried_ = false;
 }
@@ -76,7 +77,7 @@ int PoolDevice::Open(const char* path, const char* mode, std::uint64_t windowBlo
     failures_ = {};
     windowBlocks_ = windowBlocks;
     if (window_ == nullptr) {
-        window_ = std::make_unique<Room>();
+        window_ = std::make_unique_for_overwrite<Room>();
     }
     return stream_.Open(path, mode, 0);
 }
@@ -105,7 +106,8 @@ bool PoolDevice::InWindow(std::uint64_t block) const {
 
 BlockTransfer PoolDevice::FillWindow(std::uint64_t block) {
     using enum BlockTransfer::Outcome;
-    const std::uint64_t whole = block / windowBlocks_ * windowBlocks_;
+    const std::uint64_t blocks = WindowBlocks(block);
+    const std::uint64_t whole = block / blocks * blocks;
     const std::uint64_t start = block == windowEnd_ ? block : whole;
     ForgetWindow();
     for (const std::uint64_t place : {block, start}) {
@@ -117,7 +119,7 @@ BlockTransfer PoolDevice::FillWindow(std::uint64_t block) {
     windowStart_ = windowEnd_ = start;
     StreamTransfer read;
     do {
-        read = ReadOn(whole + windowBlocks_);
+        read = ReadOn(whole + blocks);
     } while (windowEnd_ <= block && read.error == 0 && !read.ended);
     if (read.error != 0) {
         failed_ = windowEnd_;
@@ -127,21 +129,36 @@ BlockTransfer PoolDevice::FillWindow(std::uint64_t block) {
 }
 
 StreamTransfer PoolDevice::ReadOn(std::uint64_t end) {
+    const std::size_t size = (end - windowEnd_) << kPoolBlockShift;
+    const std::span<char> room{window_->blocks[windowEnd_ - windowStart_], size};
     cache_.WillRead(windowEnd_ << kPoolBlockShift);
-    const auto start = std::chrono::steady_clock::now();
-    const StreamTransfer read = stream_.ReadUnits(
-        {window_->blocks[windowEnd_ - windowStart_], (end - windowEnd_) << kPoolBlockShift},
-        kPoolBlockSize);
-    cache_.HaveRead(std::chrono::steady_clock::now() - start);
+    const StreamTransfer read =
+        IsDistrusted(windowEnd_) ? ReadDirectly(room, windowEnd_) : ReadCached(room);
     windowEnd_ += read.count >> kPoolBlockShift;
+    return read;
+}
+
+StreamTransfer PoolDevice::ReadCached(std::span<char> room) {
+    const auto start = std::chrono::steady_clock::now();
+    const StreamTransfer read = stream_.ReadUnits(room, kPoolBlockSize);
+    cache_.HaveRead(std::chrono::steady_clock::now() - start);
     return read;
 }
 
 void PoolDevice::BeginFailedStretch(std::uint64_t block) {
     stretchStart_ = block;
     stretchEnd_ = (block / kStretchBlocks + 1) * kStretchBlocks;
-    const std::uint64_t end = (block / windowBlocks_ + 1) * windowBlocks_;
-    failures_.Failed(block, end, EndOf(stream_.Descriptor()));
+    const std::uint64_t blocks = WindowBlocks(block);
+    failures_.Failed(block, (block / blocks + 1) * blocks, EndOf(stream_.Descriptor()));
+    distrustEnd_ = stretchEnd_ + kDistrustBlocks;
+}
+
+bool PoolDevice::IsDistrusted(std::uint64_t block) const {
+    return direct_.IsOpen() && windowBlocks_ == kWindowBlocks && block < distrustEnd_;
+}
+
+std::uint64_t PoolDevice::WindowBlocks(std::uint64_t block) const {
+    return IsDistrusted(block) ? kStretchBlocks : windowBlocks_;
 }
 
 bool PoolDevice::InFailedStretch(std::uint64_t block) const {
@@ -187,9 +204,10 @@ BlockView PoolDevice::ReadAlone(std::uint64_t block) {
     OpenDirectly();
     StreamTransfer read{.error = EINVAL};  // what cannot be read directly says so
     if (direct_.IsOpen()) {
-        read = ReadBlockAt(direct_.Get(), window_->blocks[0], block);
+        read = ReadDirectly(window_->blocks[0], block);
     }
     if (read.error == EINVAL) {
+        direct_ = FileDescriptor();
         read = ReadUncached(block);
     }
     if (read.error != 0) {
@@ -227,6 +245,12 @@ void PoolDevice::OpenDirectly() {
     }
 }
 
+StreamTransfer PoolDevice::ReadDirectly(std::span<char> room, std::uint64_t block) const {
+    StreamTransfer read = ReadBlocksAt(direct_.Get(), room, block);
+    read.ended = read.error == 0 && read.count < kPoolBlockSize;
+    return read;
+}
+
 /// For what cannot be read directly: without read-ahead, and without what the cache made of the
 /// stretch before.
 StreamTransfer PoolDevice::ReadUncached(std::uint64_t block) {
@@ -234,7 +258,7 @@ StreamTransfer PoolDevice::ReadUncached(std::uint64_t block) {
     posix_fadvise64(descriptor, 0, 0, POSIX_FADV_RANDOM);
     posix_fadvise64(descriptor, ByteOffset(stretchStart_ / kStretchBlocks * kStretchBlocks),
                     ByteOffset(kStretchBlocks), POSIX_FADV_DONTNEED);
-    const StreamTransfer read = ReadBlockAt(descriptor, window_->blocks[0], block);
+    const StreamTransfer read = ReadBlocksAt(descriptor, window_->blocks[0], block);
     posix_fadvise64(descriptor, 0, 0, POSIX_FADV_NORMAL);
     return read;
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 
 #include "util/common/fileDescriptor.h"
 #include "util/common/positionedStream.h"
@@ -30,7 +31,9 @@ struct BlockView {
 ///
 /// Below the window the kernel joins blocks into large cache pages, and one bad block fails all of
 /// them. So after a failed read the rest of that stretch is read block by block outside that
-/// caching, and only what fails there too is lost.
+/// caching, and only what fails there too is lost. For a while behind it the device is read
+/// outside that caching as well, a stretch at once: the kernel asks several times for what fails,
+/// and each answer may take a dying disk seconds.
 class PoolDevice {
   public:
     /// Returns 0 or errno.
@@ -67,12 +70,16 @@ class PoolDevice {
     /// What one read brings. It comes to stay in the processor's near cache, where its blocks are
     /// looked at; the kernel's copy into a larger one costs a fifth more.
     static constexpr std::uint64_t kWindowBlocks = 16;
-    /// The stretch that is read block by block after a failure. It ends where a window does, so
-    /// that going on behind it reads nothing twice.
-    static constexpr std::uint64_t kStretchBlocks = 4 * kWindowBlocks;
+    /// The stretch that is read block by block after a failure, and the window of distrusted
+    /// blocks: what most disks take as one request, which fails once. It ends where a window does,
+    /// so that going on behind it reads nothing twice.
+    static constexpr std::uint64_t kStretchBlocks = 8 * kWindowBlocks;
+    /// How long a failure is remembered: a GiB. Without the kernel's reading ahead a good device
+    /// gives half its speed.
+    static constexpr std::uint64_t kDistrustBlocks = 1 << 18;
 
     struct alignas(kPoolBlockSize) Room {
-        char blocks[kWindowBlocks][kPoolBlockSize];
+        char blocks[kStretchBlocks][kPoolBlockSize];
     };
 
     int Open(const char* path, const char* mode, std::uint64_t windowBlocks);
@@ -85,8 +92,13 @@ class PoolDevice {
     BlockTransfer FillWindow(std::uint64_t block);
     /// Adds to the window what there is up to a block, from the place sought.
     StreamTransfer ReadOn(std::uint64_t end);
+    StreamTransfer ReadCached(std::span<char> room);
+    StreamTransfer ReadDirectly(std::span<char> room, std::uint64_t block) const;
     void BeginFailedStretch(std::uint64_t block);
     bool InFailedStretch(std::uint64_t block) const;
+    /// Whether a block lies behind a failure, and can be read outside the kernel's caching.
+    bool IsDistrusted(std::uint64_t block) const;
+    std::uint64_t WindowBlocks(std::uint64_t block) const;
     BlockView TryRead(std::uint64_t block);
     BlockView ReadAlone(std::uint64_t block);
     StreamTransfer ReadUncached(std::uint64_t block);
@@ -95,7 +107,7 @@ class PoolDevice {
     PositionedStream stream_;
     DeviceCache cache_;
     std::unique_ptr<Room> window_;    // also takes the blocks that are read alone
-    std::uint64_t windowBlocks_ = 1;  // how many blocks one read asks for
+    std::uint64_t windowBlocks_ = 1;  // how many blocks one read of a good device asks for
     std::uint64_t windowStart_ = 0;   // what the window holds, nothing at first
     std::uint64_t windowEnd_ = 0;
     std::optional<std::uint64_t> failed_;  // the block at which the window's read failed
@@ -103,5 +115,6 @@ class PoolDevice {
     bool directTried_ = false;
     std::uint64_t stretchStart_ = 0;  // the failed stretch, empty at first
     std::uint64_t stretchEnd_ = 0;
+    std::uint64_t distrustEnd_ = 0;
     FailedReads failures_;
 };
