@@ -15,7 +15,7 @@ OTHER_PROGRAMS_OPTIONS = {
     "--gtest",                                                       # a program of unit tests
     "--detach", "--find", "--show",                                  # losetup
     "--rescue",                                                      # ntfsclone
-    "--setenv", "--unit", "--working-directory",                     # systemd-run
+    "--collect", "--unit",                                           # systemd-run
 }
 SCRIPTS = [path for path in (ROOT / "scripts").iterdir() if path.is_file()]
 DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])

@@ -31,6 +31,11 @@ as_cron active
 ostrelsimctl state SAMPLE maintenance >/dev/null
 as_cron good
 as_cron good
+tool=$(command -v ostrelscan)
+printf '#!/bin/sh\nkill -TERM $PPID\nexec %s "$@"\n' "$tool" >bin/ostrelscan
+chmod 755 bin/ostrelscan
+as_cron asked-to-end
+rm bin/ostrelscan
 ostrelsimctl bad SAMPLE 200-207 read
 as_cron failing
 """
@@ -59,7 +64,7 @@ def ran(build, tmp_path):
                                "OSTREL_BUILD": str(build)})
     assert done.returncode == 0, done
     found = {}
-    for day, printed in re.findall(r"^== (\w+)\n(.*?)(?=^== |\Z)", done.stdout,
+    for day, printed in re.findall(r"^== ([\w-]+)\n(.*?)(?=^== |\Z)", done.stdout,
                                    re.MULTILINE | re.DOTALL):
         found.setdefault(day, []).append(printed)
     return found, tmp_path / "scans"
@@ -77,12 +82,13 @@ def test_the_script_tells_what_somebody_must_look_at_and_nothing_else(ran):
     assert "File exists" in again and again.endswith("\nstatus 1\n")
     assert (scans / "SAMPLE-good/ostrelscan.log").read_text(encoding="utf-8").count(
         "<ostrelscan>") == 1
+    assert printed["asked-to-end"] == ["status 0\n"]
     assert printed["failing"][0].endswith("207\n8 unreadable blocks\nstatus 1\n")
 
 
 def test_cron_systemd_and_ansible_run_the_script():
     assert re.fullmatch(r"0 3 \* \* \* root (.*)\n", CRONTAB)[1] == COMMAND
-    assert re.fullmatch(r"systemd-run --unit=\S+ -p TimeoutStopSec=10min (.*)\n", UNIT)[1] == COMMAND
+    assert re.fullmatch(r"systemd-run --collect --unit=\S+ -p TimeoutStopSec=10min (.*)\n", UNIT)[1] == COMMAND
     [task] = yaml.safe_load(TASK)
     assert task["ansible.builtin.command"] == COMMAND
 
