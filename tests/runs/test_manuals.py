@@ -130,7 +130,7 @@ def test_an_installation_has_everything_in_its_place(build, tmp_path):
     assert {"bin/ostrelscan", "bin/zsbtool"} | completions | pages <= installed
     documents = {f"share/doc/ostrelscan/{name}" for name in (
         "operators.md", "zsbtool.md", "scan-files.md", "zsb.ksy", "zsb.magic", "zsbreader.py",
-        "schema/check.json")}
+        "schema/check.json", "pictures/save.svg")}
     assert documents <= installed
     assert [name for name in sorted(installed) if re.search(r"sim|hebus|\.scd", name)
             and name != "share/doc/ostrelscan/ostrelsim.md"] == []

@@ -112,6 +112,28 @@ def test_the_packages_hold_the_pages_that_are_not_for_developers():
                             "docs/training.md"}
 
 
+def test_the_pictures_of_a_packaged_page_lie_beside_it():
+    for pages in packaged("docs").values():
+        text = "".join((house.ROOT / page).read_text(encoding="utf-8") for page in pages
+                       if page.endswith(".md"))
+        assert "](pictures/" not in text or "docs/pictures" in pages
+
+
+def test_the_packages_for_rpm_hold_what_those_for_debian_hold():
+    spec = (house.ROOT / "rpm/ostrelscan.spec").read_text(encoding="utf-8")
+    paths, docs = {}, {}
+    for name, section in re.findall(r"^%files(?: -n (\w+))?\n((?:.+\n)+)", spec, re.MULTILINE):
+        package = name or "ostrelscan"
+        first, *rest = section.splitlines()
+        docs[package] = first.removeprefix("%doc ").split()
+        for macro, place in (("%{_bindir}", "usr/bin"), ("%{_mandir}", "usr/share/man"),
+                             ("%{_datadir}", "usr/share"), ("%{_libdir}", "usr/lib/*"),
+                             ("site-functions", "vendor-completions")):
+            rest = [path.replace(macro, place) for path in rest]
+        paths[package] = [re.sub(r"(\.\d)\*$", r"\1", path) for path in rest]
+    assert (paths, docs) == (packaged("install"), packaged("docs"))
+
+
 def test_what_a_package_is_built_with_is_what_bootstrap_installs():
     control = (house.ROOT / "debian/control").read_text(encoding="utf-8")
     needed = re.findall(r"^ ([a-z0-9+.-]+),$", control.split("\nStandards-Version")[0], re.MULTILINE)
