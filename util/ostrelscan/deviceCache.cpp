@@ -1,20 +1,24 @@
 #include "util/ostrelscan/deviceCache.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 
 namespace {
 
 constexpr unsigned kPieceShift = 20;
-/// The system may cut a larger request to what its queue takes at once.
-constexpr std::uint64_t kRequest = 128 << 10;
+/// What every device takes, where it does not tell; the system cuts a larger request to what its
+/// queue takes at once.
+constexpr std::uint64_t kSmallRequest = 128 << 10;
 /// A piece that took longer was waited for: what keeps up delivers it in half that time.
 constexpr std::chrono::microseconds kSlow(500);
 /// One late piece alone may be another process's turn on the processor.
-constexpr unsigned kSlowInARow = 3;
+constexpr unsigned kSample = 3;
 /// How many pieces a wait, or a failure, is remembered for.
 constexpr std::uint64_t kMemory = 64;
 
@@ -36,16 +40,28 @@ bool IsCached(int descriptor, std::uint64_t piece) {
     return (resident & 1U) != 0;
 }
 
+/// The largest request that is not cut.
+std::uint64_t RequestOf(int descriptor) {
+    constexpr unsigned kSectorShift = 9;
+    unsigned short sectors = 0;
+    if (ioctl(descriptor, BLKSECTGET, &sectors) != 0) {
+        return kSmallRequest;
+    }
+    const std::uint64_t bytes = std::bit_floor(std::uint64_t{sectors} << kSectorShift);
+    return std::clamp(bytes, kSmallRequest, std::uint64_t{1} << kPieceShift);
+}
+
 }  // namespace
 
 void DeviceCache::Begin(int descriptor) {
     *this = {};
     descriptor_ = descriptor;
+    request_ = RequestOf(descriptor);
 }
 
 void DeviceCache::WillRead(std::uint64_t offset) {
     const std::uint64_t piece = offset >> kPieceShift;
-    if (!begun_ || piece != piece_) {
+    if (descriptor_ >= 0 && (!begun_ || piece != piece_)) {
         Enter(piece);
     }
 }
@@ -55,44 +71,88 @@ void DeviceCache::HaveRead(std::chrono::steady_clock::duration time) {
 }
 
 void DeviceCache::HaveFailed() {
-    askUntil_ = 0;
+    StopWaiting();
     calmUntil_ = piece_ + kMemory;
+}
+
+void DeviceCache::StopWaiting() {
+    waitsUntil_ = askUntil_ = 0;
+    trying_ = false;
+    sampled_ = 0;
 }
 
 void DeviceCache::Enter(std::uint64_t piece) {
     const bool next = begun_ && piece == piece_ + 1;
-    slow_ = next && time_ > kSlow ? slow_ + 1 : 0;
-    if (slow_ >= kSlowInARow && piece >= calmUntil_) {
-        askUntil_ = piece + kMemory;
-    }
     for (std::uint64_t near = next ? piece + kLookedAhead : piece; near <= piece + kLookedAhead;
          ++near) {
         Look(near);
     }
     if (next) {
         Forget(piece_);
-        Ask(piece);
+        Judge(piece);
     } else {
-        asked_ = askUntil_ = 0;
+        StopWaiting();
+        asked_ = 0;
     }
     begun_ = true;
     piece_ = piece;
     time_ = {};
 }
 
+/// Makes of the time that the last piece has taken how the next ones are read.
+void DeviceCache::Judge(std::uint64_t piece) {
+    const bool slow = time_ > kSlow && piece >= calmUntil_;
+    const bool waited = piece < waitsUntil_;
+    if (slow) {
+        waitsUntil_ = piece + kMemory;
+    }
+    if (piece < askUntil_) {
+        Ask(piece, piece + kAskedAhead);
+    } else if (trying_ || (slow && waited)) {
+        sum_ += time_;
+        if (++sampled_ == kSample) {
+            Conclude(piece);
+        }
+    } else {
+        sampled_ = 0;
+    }
+    if (sampled_ == 0) {
+        sum_ = {};
+    }
+}
+
+/// Compares pieces that were asked for at once with as many that were not.
+void DeviceCache::Conclude(std::uint64_t piece) {
+    sampled_ = 0;
+    if (!trying_) {
+        plain_ = sum_;
+        trying_ = piece >= triedUntil_;
+        if (trying_) {
+            Ask(piece, piece + kSample - 1);
+        }
+        return;
+    }
+    trying_ = false;
+    if (3 * sum_ < 2 * plain_) {
+        askUntil_ = piece + kMemory;
+        trialPause_ = kFirstPause;
+        Ask(piece, piece + kAskedAhead);
+    } else {
+        triedUntil_ = piece + trialPause_;
+        trialPause_ *= 2;
+    }
+}
+
 void DeviceCache::Look(std::uint64_t piece) {
     ours_[piece % ours_.size()] = !IsCached(descriptor_, piece);
 }
 
-void DeviceCache::Ask(std::uint64_t piece) {
-    if (piece >= askUntil_) {
-        return;
-    }
-    asked_ = std::max(asked_, piece);
-    for (; asked_ <= piece + kAskedAhead; ++asked_) {
-        for (std::uint64_t part = 0; part < std::uint64_t{1} << kPieceShift; part += kRequest) {
-            posix_fadvise64(descriptor_, Offset(asked_) + static_cast<off64_t>(part), kRequest,
-                            POSIX_FADV_WILLNEED);
+/// Asks for the pieces up to the last one that were not asked for yet.
+void DeviceCache::Ask(std::uint64_t piece, std::uint64_t last) {
+    for (asked_ = std::max(asked_, piece); asked_ <= last; ++asked_) {
+        for (std::uint64_t part = 0; part < std::uint64_t{1} << kPieceShift; part += request_) {
+            posix_fadvise64(descriptor_, Offset(asked_) + static_cast<off64_t>(part),
+                            static_cast<off64_t>(request_), POSIX_FADV_WILLNEED);
         }
     }
 }

@@ -158,7 +158,10 @@ bool PoolDevice::IsDistrusted(std::uint64_t block) const {
 }
 
 std::uint64_t PoolDevice::WindowBlocks(std::uint64_t block) const {
-    return IsDistrusted(block) ? kStretchBlocks : windowBlocks_;
+    if (IsDistrusted(block)) {
+        return kStretchBlocks;
+    }
+    return cache_.MakesWait() ? kLargestWindow : windowBlocks_;
 }
 
 bool PoolDevice::InFailedStretch(std::uint64_t block) const {

@@ -70,6 +70,8 @@ class PoolDevice {
     /// What one read brings. It comes to stay in the processor's near cache, where its blocks are
     /// looked at; the kernel's copy into a larger one costs a fifth more.
     static constexpr std::uint64_t kWindowBlocks = 16;
+    /// What one read brings while the device makes the pass wait: as much as one request takes.
+    static constexpr std::uint64_t kLargestWindow = 256;
     /// The stretch that is read block by block after a failure, and the window of distrusted
     /// blocks: what most disks take as one request, which fails once. It ends where a window does,
     /// so that going on behind it reads nothing twice.
@@ -79,7 +81,7 @@ class PoolDevice {
     static constexpr std::uint64_t kDistrustBlocks = 1 << 18;
 
     struct alignas(kPoolBlockSize) Room {
-        char blocks[kStretchBlocks][kPoolBlockSize];
+        char blocks[kLargestWindow][kPoolBlockSize];
     };
 
     int Open(const char* path, const char* mode, std::uint64_t windowBlocks);

@@ -14,7 +14,7 @@
 
 namespace {
 
-using std::chrono_literals::operator""ms;
+using namespace std::chrono_literals;
 
 constexpr std::uint64_t kPiece = 1 << 20;
 constexpr std::uint64_t kPieces = 40;
@@ -44,6 +44,17 @@ class Cache : public testing::Test {
         cache_.WillRead(piece * kPiece);
         Fetch(piece);
         cache_.HaveRead(time);
+    }
+
+    /// The first three pieces behind a late one are a sample of what comes unasked, the next three
+    /// of what is asked for.
+    void ReadUntilATrialEnds(std::chrono::milliseconds asked) {
+        for (std::uint64_t piece = 0; piece < 4; ++piece) {
+            Read(piece, 3ms);
+        }
+        for (std::uint64_t piece = 4; piece < 7; ++piece) {
+            Read(piece, asked);
+        }
     }
 
     bool IsCached(std::uint64_t piece) const {
@@ -90,16 +101,42 @@ TEST_F(Cache, KeepsWhatWasThereBeforeThePass) {
     EXPECT_FALSE(IsCached(3));
 }
 
-TEST_F(Cache, IsAskedAheadOfAPassThatWaits) {
+TEST_F(Cache, IsTriedOnceAPassWaits) {
     for (std::uint64_t piece = 0; piece < 4; ++piece) {
         EXPECT_FALSE(IsCached(piece));
+        EXPECT_EQ(cache_.MakesWait(), piece > 1) << piece;
         Read(piece, 1ms);
     }
-    AwaitCached(3 + 16);
-    EXPECT_FALSE(IsCached(3 + 17));
     Read(4);
-    AwaitCached(4 + 16);
-    EXPECT_FALSE(IsCached(4 + 17));
+    AwaitCached(6);
+    EXPECT_FALSE(IsCached(7));
+}
+
+TEST_F(Cache, IsAskedAheadWhereThatPays) {
+    ReadUntilATrialEnds(1ms);
+    Read(7);
+    AwaitCached(7 + 16);
+    EXPECT_FALSE(IsCached(7 + 17));
+    Read(8);
+    AwaitCached(8 + 16);
+    EXPECT_FALSE(IsCached(8 + 17));
+}
+
+TEST_F(Cache, IsNotAskedWhereThatDoesNotPay) {
+    ReadUntilATrialEnds(3ms);
+    for (std::uint64_t piece = 7; piece < kPieces; ++piece) {
+        EXPECT_FALSE(IsCached(piece)) << piece;
+        Read(piece, 3ms);
+        EXPECT_TRUE(cache_.MakesWait());
+    }
+}
+
+TEST_F(Cache, BelongsToADeviceThatIsThere) {
+    cache_.Begin(-1);
+    for (std::uint64_t piece = 0; piece < kPieces; ++piece) {
+        Read(piece, 1ms);
+        EXPECT_FALSE(cache_.MakesWait());
+    }
 }
 
 TEST_F(Cache, IsNotAskedWhileTheDeviceKeepsUp) {
@@ -115,6 +152,7 @@ TEST_F(Cache, IsNotAskedForWhatIsNearAFailure) {
     cache_.HaveFailed();
     for (std::uint64_t piece = 1; piece < kPieces; ++piece) {
         EXPECT_FALSE(IsCached(piece));
+        EXPECT_FALSE(cache_.MakesWait());
         Read(piece, 1ms);
     }
 }
