@@ -152,7 +152,7 @@ def test_contributing_shows_the_table():
 
 
 def test_the_support_that_stands_apart_shares_no_code_with_the_tool():
-    names = ("mkpool", "poolPlan", "blockContent", "faultdisk", "faultState", "unsyncedWrites",
+    names = ("mkpool", "poolPlan", "blockContent", "faultdisk", "faultState", "diskPace", "unsyncedWrites",
              "sizepreload")
     for name in names:
         for path in (house.ROOT / "tests/support").glob(f"{name}.*"):

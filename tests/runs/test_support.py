@@ -1,5 +1,6 @@
 """The test support itself, tried against plain tools."""
 
+import concurrent.futures
 import contextlib
 import errno
 import hashlib
@@ -9,6 +10,7 @@ import os
 import pathlib
 import subprocess
 import sys
+import time
 import zlib
 
 import pytest
@@ -247,7 +249,43 @@ def test_faultdisk_stands_still_at_a_paused_block_until_it_is_told_to_go_on(faul
         assert digest(tmp_path / "copy") == digest(made.path) and disk.faults() == []
 
 
-@pytest.mark.parametrize("line", ["badread", "badread x", "badread 1,", "badread 5-4", "bad 1"])
+def seconds_of_reads(disk, count):
+    """How long so many reads take that begin together."""
+    def read(number):
+        file = os.open(disk.disk, os.O_RDONLY | os.O_DIRECT)
+        with mmap.mmap(-1, BLOCK) as buffer:
+            assert os.preadv(file, [buffer], number * BLOCK) == BLOCK
+        os.close(file)
+    begin = time.monotonic()
+    with concurrent.futures.ThreadPoolExecutor(count) as readers:
+        list(readers.map(read, range(count)))
+    return time.monotonic() - begin
+
+
+def test_faultdisk_takes_its_time_for_each_request(fault_disk, tmp_path):
+    image = loopdev.sparse_image(tmp_path / "image", 16 * BLOCK)
+    with fault_disk(image, tmp_path / "mnt", "latency=50000") as disk:
+        assert seconds_of_reads(disk, 8) >= 8 * 0.05
+        disk.command("latency 0")
+        disk.command("bandwidth 1")
+        assert seconds_of_reads(disk, 16) >= 16 * BLOCK / 1e6
+
+
+def test_faultdisk_serves_many_requests_at_once(fault_disk, tmp_path):
+    """A busy machine only ever adds to the time: the best of a few attempts is the disk's own."""
+    image = loopdev.sparse_image(tmp_path / "image", 16 * BLOCK)
+    with fault_disk(image, tmp_path / "mnt", "latency=500000", "atonce") as disk:
+        taken = [seconds_of_reads(disk, 8)]
+        while len(taken) < 5 and min(taken) >= 8 * 0.5:
+            taken.append(seconds_of_reads(disk, 8))
+        assert 0.5 <= min(taken) < 8 * 0.5
+        disk.command("latency 0")
+        disk.command("bandwidth 1")
+        assert seconds_of_reads(disk, 16) >= 16 * BLOCK / 1e6
+
+
+@pytest.mark.parametrize("line", ["badread", "badread x", "badread 1,", "badread 5-4", "bad 1",
+                                  "latency", "latency x", "bandwidth 1,2"])
 def test_faultdisk_refuses_a_command_it_does_not_know(fault_disk, tmp_path, line):
     image = loopdev.sparse_image(tmp_path / "image", 16 * BLOCK)
     with fault_disk(image, tmp_path / "mnt") as disk:

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <fuse3/fuse.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,9 +17,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 
+#include "tests/support/diskPace.h"
 #include "tests/support/faultState.h"
 #include "tests/support/unsyncedWrites.h"
 
@@ -27,11 +31,17 @@ namespace {
 constexpr std::string_view kDisk = "/disk";
 constexpr std::string_view kControl = "/control";
 constexpr std::string_view kCut = "cut ";
+constexpr const char* kAtOnce = "atonce";
+/// More than a queue of the system sends.
+constexpr unsigned kMostAtOnce = 64;
 
 struct Disk {
     int image = -1;
     support::FaultState faults;
     support::UnsyncedWrites unsynced;
+    support::DiskPace pace;
+    bool atOnce = false;  // whether many requests are served at once
+    std::mutex turn;      // of all this, but for what requests wait for
 };
 
 Disk& TheDisk() {
@@ -42,7 +52,9 @@ int Result(ssize_t done) {
     return done < 0 ? -errno : static_cast<int>(done);
 }
 
-void* Init(fuse_conn_info* /*connection*/, fuse_config* config) {
+void* Init(fuse_conn_info* connection, fuse_config* config) {
+    connection->max_background = kMostAtOnce;
+    connection->congestion_threshold = kMostAtOnce;
     // The control file's size is not known before it is read.
     config->attr_timeout = 0;
     return fuse_get_context()->private_data;
@@ -80,6 +92,7 @@ int Open(const char* path, fuse_file_info* file) {
         file->direct_io = 1;
         return 0;
     }
+    const std::lock_guard turn(TheDisk().turn);
     return -TheDisk().faults.Other();
 }
 
@@ -103,6 +116,14 @@ void Dawdle(int error) {
     }
 }
 
+/// Waits until the disk's pace has a request answered; others take their turns meanwhile.
+void KeepPace(std::unique_lock<std::mutex>& turn, std::size_t bytes) {
+    const auto answer = TheDisk().pace.Take(bytes, !TheDisk().atOnce);
+    turn.unlock();
+    std::this_thread::sleep_until(answer);
+    turn.lock();
+}
+
 /// Cuts the power: what was not synced is lost in part, as the seed has it, and the disk is gone.
 void CutPower(unsigned seed) {
     TheDisk().faults.Command("gone");
@@ -123,6 +144,7 @@ int ReadControl(char* buffer, std::size_t bytes, off_t offset) {
 
 int Read(const char* path, char* buffer, std::size_t bytes, off_t offset,
          fuse_file_info* /*file*/) {
+    std::unique_lock turn(TheDisk().turn);
     if (kControl == path) {
         return ReadControl(buffer, bytes, offset);
     }
@@ -132,12 +154,18 @@ int Read(const char* path, char* buffer, std::size_t bytes, off_t offset,
     if (error != 0) {
         return -error;
     }
+    KeepPace(turn, bytes);
     const int count = Result(pread(TheDisk().image, buffer, bytes, offset));
     if (count > 0) {
         TheDisk().unsynced.LayOver(static_cast<std::uint64_t>(offset),
                                    {buffer, static_cast<std::size_t>(count)});
     }
     return count;
+}
+
+/// Takes a line of control text.
+bool Take(Disk& disk, std::string_view line) {
+    return disk.faults.Command(line) || disk.pace.Command(line);
 }
 
 int WriteControl(std::string_view text) {
@@ -147,7 +175,7 @@ int WriteControl(std::string_view text) {
         const std::string_view line = text.substr(0, end);
         if (line.starts_with(kCut)) {
             CutPower(line.substr(kCut.size()));
-        } else if (end > 0 && !TheDisk().faults.Command(line)) {
+        } else if (end > 0 && !Take(TheDisk(), line)) {
             return -EINVAL;
         }
         text.remove_prefix(std::min(end + 1, text.size()));
@@ -157,6 +185,7 @@ int WriteControl(std::string_view text) {
 
 int Write(const char* path, const char* buffer, std::size_t bytes, off_t offset,
           fuse_file_info* /*file*/) {
+    std::unique_lock turn(TheDisk().turn);
     if (kControl == path) {
         return WriteControl({buffer, bytes});
     }
@@ -167,6 +196,7 @@ int Write(const char* path, const char* buffer, std::size_t bytes, off_t offset,
     if (const int error = TheDisk().faults.Write(static_cast<std::uint64_t>(offset), bytes)) {
         return -error;
     }
+    KeepPace(turn, bytes);
     if (TheDisk().faults.Volatile()) {
         TheDisk().unsynced.Add(static_cast<std::uint64_t>(offset), {buffer, bytes});
         return static_cast<int>(bytes);
@@ -175,6 +205,7 @@ int Write(const char* path, const char* buffer, std::size_t bytes, off_t offset,
 }
 
 int Flush(const char* path, fuse_file_info* /*file*/) {
+    const std::lock_guard turn(TheDisk().turn);
     return kControl == path ? 0 : -TheDisk().faults.Other();
 }
 
@@ -182,6 +213,7 @@ int Sync(const char* path, int /*dataOnly*/, fuse_file_info* /*file*/) {
     if (kControl == path) {
         return 0;
     }
+    const std::lock_guard turn(TheDisk().turn);
     const int error = TheDisk().faults.Other();
     return error != 0 ? -error : -TheDisk().unsynced.Store(TheDisk().image);
 }
@@ -202,15 +234,19 @@ fuse_operations Operations() {
 
 /// "badread=17,18" on the command line is "badread 17,18" in the control file.
 bool TakeFault(Disk& disk, std::string fault) {
+    if (fault == kAtOnce) {
+        disk.atOnce = true;
+        return true;
+    }
     std::replace(fault.begin(), fault.end(), '=', ' ');
-    return disk.faults.Command(fault);
+    return Take(disk, fault);
 }
 
-/// Serves in the foreground, one request at a time, until a signal ends it and unmounts.
+/// Serves in the foreground, one request at a time or many, until a signal ends it and unmounts.
 int Serve(Disk& disk, char* program, char* mountPoint) {
     std::string foreground = "-f";
-    std::string single = "-s";
-    std::array<char*, 4> arguments{program, foreground.data(), single.data(), mountPoint};
+    std::string threads = disk.atOnce ? "-omax_threads=" + std::to_string(kMostAtOnce) : "-s";
+    std::array<char*, 4> arguments{program, foreground.data(), threads.data(), mountPoint};
     const fuse_operations operations = Operations();
     return fuse_main(static_cast<int>(arguments.size()), arguments.data(), &operations, &disk) == 0
                ? 0
@@ -224,7 +260,7 @@ int main(int argc, char** argv) {
         std::fputs(
             "Usage: faultdisk IMAGE MOUNTPOINT [badread=17,20-24] [badwrite=20] "
             "[enospc=30] [pause=3000] [flaky=1] [delay=50] [slowing=1] [readonly] [gone] "
-            "[volatile] [cutat=300]\n",
+            "[volatile] [cutat=300] [latency=1000] [bandwidth=100] [atonce]\n",
             stderr);
         return 1;
     }
@@ -235,6 +271,8 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
+    // Its threads take it over: a pace is kept to the microsecond.
+    prctl(PR_SET_TIMERSLACK, 1UL);
     disk.image = open(argv[1], O_RDWR | O_CLOEXEC);
     if (disk.image < 0) {
         std::fprintf(stderr, "faultdisk: %s: %s\n", argv[1], std::strerror(errno));

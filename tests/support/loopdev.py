@@ -70,10 +70,11 @@ def _detach(device, backing):
 
 
 @contextlib.contextmanager
-def loop(image, *, read_only=False, direct=False):
-    """The path of a loop device over the image, which keeps nothing of it in a cache of its own
-    where that is said."""
-    options = [*(["--read-only"] if read_only else []), *(["--direct-io=on"] if direct else [])]
+def loop(image, *, read_only=False, direct=False, size=0):
+    """The path of a loop device over the image, or its first `size` bytes. It keeps nothing of it in a
+    cache of its own where that is said, and asks for many things at once."""
+    options = [*(["--read-only"] if read_only else []), *(["--direct-io=on"] if direct else []),
+               *(["--sizelimit", str(size)] if size else [])]
     device = _attach(image, options)
     backing = _backing_file(device)
     try:
