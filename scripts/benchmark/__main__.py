@@ -9,14 +9,22 @@ import signal
 import sys
 
 import cases
+import kept
+import let_go_cases
 import measuring
+import micro_cases
 import pool_cases
 import pool_samples
+import run_cases
 import samples
+import slow_cases
 import table
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROGRAMS = ROOT / "build" / "release" / "bin"
+BUILD = ROOT / "build" / "release"
+PROGRAMS = BUILD / "bin"
+TOOL = PROGRAMS / "ostrelscan"
+MKPOOL = BUILD / "tests" / "mkpool"
 
 
 def arguments():
@@ -27,6 +35,8 @@ def arguments():
                         help="records of the sample sets (default: 1024 MiB)")
     parser.add_argument("--folder", type=pathlib.Path, default=ROOT / "build" / "bench",
                         help="where samples are kept and outputs written (default: build/bench)")
+    parser.add_argument("--keep", action="store_true",
+                        help="keep the medians, which later runs are compared with")
     parser.add_argument("cases", nargs="*", metavar="CASE",
                         help="how the names of cases begin (default: all)")
     found = parser.parse_args()
@@ -69,17 +79,23 @@ def companion_cases(asked):
             yield case
 
 
-def tool_cases(asked, stack):
+def pool_based(asked, stack):
     """ostrelscan's, whose devices are there until the stack is left."""
-    if not any(are_wanted(begin, asked.cases) for begin in pool_cases.BEGIN):
+    for module, why in ((pool_cases, pool_samples.why_not), (run_cases, slow_cases.why_not),
+                        (slow_cases, slow_cases.why_not), (let_go_cases, let_go_cases.why_not)):
+        if not any(are_wanted(begin, asked.cases) for begin in module.BEGIN):
+            continue
+        if why():
+            say(f"bench: {' and '.join(module.BEGIN)} are left out: {why()} is not there")
+        else:
+            yield from stack.enter_context(module.all_cases(TOOL, MKPOOL, say))
+
+
+def micro(asked):
+    """Those of parts of the programs."""
+    if not any(are_wanted(begin, asked.cases) for begin in micro_cases.BEGIN):
         return []
-    why = pool_samples.why_not()
-    if why:
-        say(f"bench: save and restore are left out: {why} is not there")
-        return []
-    mkpool = PROGRAMS.parent / "tests" / "mkpool"
-    return pool_cases.all_cases(PROGRAMS / "ostrelscan",
-                                *stack.enter_context(pool_samples.attached(mkpool, say)))
+    return micro_cases.all_cases(BUILD / "benchmarks" / "micro_benchmarks", say)
 
 
 def measure(asked):
@@ -89,20 +105,23 @@ def measure(asked):
     outputs.mkdir(parents=True)
     with contextlib.ExitStack() as stack:
         stack.callback(shutil.rmtree, outputs)
-        todo = [case for case in [*companion_cases(asked), *tool_cases(asked, stack)]
+        todo = [case for case in [*companion_cases(asked), *pool_based(asked, stack), *micro(asked)]
                 if not asked.cases or any(map(case.name.startswith, asked.cases))]
-        return measuring.measure(todo, asked.rounds, outputs, say)
+        return measuring.measure(todo, asked.rounds, outputs, say, kept.read())
 
 
 def main():
     asked = arguments()
     for number in (signal.SIGTERM, signal.SIGHUP):  # devices are taken apart as after an interrupt
         signal.signal(number, signal.default_int_handler)
+    os.environ.setdefault("OSTREL_BUILD", str(BUILD))
     load = os.getloadavg()[0]
     rows = measure(asked)
     print(f"{asked.rounds} rounds, {os.cpu_count()} cores, load {load:.1f} before and "
           f"{os.getloadavg()[0]:.1f} after, {asked.size} MiB of records")
     print(table.text(rows), end="")
+    if asked.keep:
+        kept.write(rows)
     return 1 if any(row.missed for row in rows) else 0
 
 

@@ -43,6 +43,8 @@ def run(command, outputs=None):
 def measure_once(case, outputs):
     """{measure: (value, the anchor's value or None)} for the measures of a case."""
     outputs = case.outputs or outputs
+    if case.take:
+        return case.take()
     if not case.anchor:
         values = json.loads(run(case.command, outputs)[1])
         return {name: (values[name], None) for name in case.goals}
@@ -51,22 +53,44 @@ def measure_once(case, outputs):
     return {name: (own[name], anchor[name]) for name in case.goals}
 
 
-def measure(cases, rounds, outputs, say):
+def measure(cases, rounds, outputs, say, kept=None):
     """The rows of the table. All cases take turns, each next to its anchor, so that what else the
-    machine does meets them alike; the first turn, which fills caches, does not count."""
+    machine does meets them alike; the first turn, which fills caches, does not
+    count. `kept` has the
+    medians of an earlier run."""
     taken = {(case.name, name): [] for case in cases for name in case.goals}
     for turn in range(rounds + 1):
         for case in cases:
+            if turn == 0 and case.take:
+                continue
             say(f"bench: {'first turn' if turn == 0 else f'round {turn} of {rounds}'}: {case.name}")
             values = measure_once(case, outputs)
             if turn != 0:
                 for name, value in values.items():
-                    taken[case.name, name].append(value)
-    return [row(case, name, taken[case.name, name]) for case in cases for name in case.goals]
+                    taken[case.name, name] += value if isinstance(value, list) else [value]
+    calls = {case.name: count_calls(case, case.outputs or outputs) for case in cases if case.counted}
+    return [row(case, name, taken[case.name, name], calls.get(case.name, ""), kept or {})
+            for case in cases for name in case.goals]
 
 
-def row(case, name, values):
+def row(case, name, values, calls, kept):
     anchored = values[0][1] is not None
     return table.Row(case.name, name, case.goals[name],
                      [own / anchor if anchored else own for own, anchor in values], anchored,
-                     statistics.median(own for own, _ in values))
+                     statistics.median(own for own, _ in values), calls,
+                     kept.get(f"{case.name}, {name}"))
+
+
+CALLS = {"reads": "read,pread64,readv", "writes": "write,pwrite64,writev", "advices": "fadvise64"}
+
+
+def count_calls(case, outputs):
+    """How many calls of a kind the command makes for each GiB."""
+    with tempfile.NamedTemporaryFile("r", encoding="ascii") as counts:
+        run(["strace", "-f", "-c", "-o", counts.name, "-e", "trace=" + ",".join(CALLS.values()),
+             *case.command], outputs)
+        rows = re.findall(r"^ *[\d.]+ +[\d.]+ +\d+ +(\d+) +(?:\d+ +)?(\w+)$", counts.read(), re.MULTILINE)
+        found = {name: int(count) for count, name in rows}
+    return ", ".join(
+        f"{sum(found.get(call, 0) for call in kinds.split(',')) * 2**30 // case.counted} {name}"
+        for name, kinds in CALLS.items())

@@ -1,8 +1,10 @@
 """What saves and restores are measured against: programs that read, write, pack and store no more than
 they must."""
 
+import contextlib
 import dataclasses
 
+import pool_samples
 from case import Case
 
 BEGIN = ("save", "restore")    # how the names of these cases begin
@@ -13,7 +15,13 @@ def shell(script, *words):
     return ["sh", "-c", f"({script}) 2>/dev/null", "sh", *words]
 
 
-def all_cases(tool, pools, large, outputs):
+@contextlib.contextmanager
+def all_cases(tool, mkpool, say):
+    with pool_samples.attached(mkpool, say) as (pools, large, outputs):
+        yield cases_of(tool, pools, large, outputs)
+
+
+def cases_of(tool, pools, large, outputs):
     def run(*words):
         return ["env", "-C", outputs, "TERM=xterm-256color", tool, "--bypass-ostrel", "--automatic",
                 *words]
@@ -46,4 +54,6 @@ def all_cases(tool, pools, large, outputs):
              anchor=shell('gzip -dc "$1" | dd of="$2" bs=4K iflag=fullblock conv=fsync', few.gzip,
                           few.target)),
     ]
-    return [dataclasses.replace(case, outputs=outputs) for case in cases]
+    return [dataclasses.replace(case, outputs=outputs,
+                                counted=pool_samples.LARGE if "4 GiB" in case.name else pool_samples.SMALL)
+            for case in cases]

@@ -17,6 +17,7 @@ import saving  # noqa: E402
 import scanset  # noqa: E402
 
 MEMORY = pathlib.Path("/dev/shm")
+SMALL, LARGE = 1 << 30, 4 << 30
 ROOM = 6 << 30    # what the pools, their sets and the outputs take at most
 
 
@@ -39,9 +40,20 @@ def why_not():
 
 def make_image(folder, mkpool, name, size, internal):
     image = folder / f"{name}.img"
-    subprocess.run([mkpool, "--size", size, "--internal", str(internal), image], check=True,
+    subprocess.run([mkpool, "--size", str(size), "--internal", str(internal), image], check=True,
                    stdout=subprocess.DEVNULL)
     return image
+
+
+def save_all(tool, image, folder):
+    """The set that a save of the image makes, ready to be restored."""
+    folder.mkdir()
+    with loopdev.loop(image, read_only=True) as device:
+        subprocess.run([tool, "--bypass-ostrel", "--automatic", "save", "DATA", device], cwd=folder,
+                       env={**os.environ, "TERM": "xterm"}, stdin=subprocess.DEVNULL,
+                       stdout=subprocess.DEVNULL, check=True)
+    for path in folder.glob("*.ZSB"):
+        path.rename(path.with_suffix(".ZRB"))
 
 
 def make_pool(stack, folder, image):
@@ -66,8 +78,8 @@ def attached(mkpool, say):
     with contextlib.ExitStack() as stack:
         folder = pathlib.Path(stack.enter_context(tempfile.TemporaryDirectory(dir=MEMORY)))
         say(f"bench: making pools in {folder}")
-        pools = {name: make_pool(stack, folder, make_image(folder, mkpool, name, "1G", internal))
+        pools = {name: make_pool(stack, folder, make_image(folder, mkpool, name, SMALL, internal))
                  for name, internal in (("5 %", 0.05), ("50 %", 0.5))}
-        large = stack.enter_context(loopdev.loop(make_image(folder, mkpool, "large", "4G", 0.05)))
+        large = stack.enter_context(loopdev.loop(make_image(folder, mkpool, "large", LARGE, 0.05)))
         (folder / "outputs").mkdir()
         yield pools, large, folder / "outputs"

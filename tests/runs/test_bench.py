@@ -12,6 +12,7 @@ import scanset
 sys.path.insert(0, str(house.ROOT / "scripts" / "benchmark"))
 
 import cases  # noqa: E402
+import kept  # noqa: E402
 import measuring  # noqa: E402
 import samples  # noqa: E402
 import table  # noqa: E402
@@ -45,7 +46,44 @@ def test_the_table_is_one_that_documents_show():
         "| case | measure | goal       | median | spread    | takes     |     |\n"
         "| ---- | ------- | ---------- | ------ | --------- | --------- | --- |\n"
         "| work | cpu     | <= 0.35    | 0.20   | +- 0.05   | 250.00 ms | met |\n"
-        "| work | cpu     | <= 50.0 us | 2.0 us | +- 0.0 us | 250.00 ms | met |\n")
+        "| work | cpu     | <= 50.0 us | 2.0 us | +- 0.0 ns | 250.00 ms | met |\n")
+
+
+def test_the_table_shows_calls_and_what_became_of_kept_figures():
+    rows = [table.Row("work", "memory", None, [3 << 20], False, 3 << 20, "7 reads", 2 << 20),
+            table.Row("work", "p99", None, [n / 100 for n in range(101)], False, 0.5)]
+    assert table.text(rows) == (
+        "| case | measure | goal | median    | spread       | takes     |  | kept    | change | calls for a GiB |\n"
+        "| ---- | ------- | ---- | --------- | ------------ | --------- |  | ------- | ------ | --------------- |\n"
+        "| work | memory  |      | 3.0 MiB   | +- 0.00 kB   | 3.0 MiB   |  | 2.0 MiB | +50 %  | 7 reads         |\n"
+        "| work | p99     |      | 990.00 ms | +- 250.00 ms | 500.00 ms |  |         |        |                 |\n")
+    assert not any(one.missed for one in rows)
+
+
+def test_kept_figures_are_read_back_and_those_of_other_cases_stay(tmp_path, monkeypatch):
+    monkeypatch.setattr(kept, "FILE", tmp_path / "kept.json")
+    assert kept.read() == {}
+    kept.write([row(0.5, [0.25])])
+    kept.write([table.Row("other", "wall", 1.0, [0.123456], True, 0.1)])
+    assert kept.read() == {"work, cpu": 0.25, "other, wall": 0.1235}
+
+
+def test_calls_are_counted_for_each_gib(tmp_path):
+    asked = cases.Case("work", ["dd", "if=/dev/zero", f"of={tmp_path / 'out'}", "bs=4K", "count=5"],
+                       counted=1 << 29)
+    reads, writes, advices = (int(text.split()[0]) for text in
+                              measuring.count_calls(asked, None).split(", "))
+    assert 10 <= reads < 40 and 10 <= writes < 40 and advices == 0
+
+
+def test_a_measure_may_bring_many_values_of_a_round(tmp_path):
+    turns = []
+    def take():
+        turns.append(1)
+        return {"p50": [(1.0, None), (2.0, None)]}
+    (found,) = measuring.measure([cases.Case("work", goals={"p50": None}, take=take)], 2, tmp_path,
+                                 lambda text: None, {"work, p50": 3.0})
+    assert (found.values, found.kept, len(turns)) == ([1.0, 2.0, 1.0, 2.0], 3.0, 2)
 
 
 def test_a_run_counts_what_its_children_took(tmp_path):
