@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "tests/support/capturedLog.h"
+#include "tests/support/fileBytes.h"
+#include "tests/support/inflated.h"
 #include "tests/support/scanFileImage.h"
 #include "tests/support/temporaryDirectory.h"
 #include "util/common/fileDescriptor.h"
@@ -162,6 +164,7 @@ TEST_P(EitherDamagedSet, IsFoundWhereverItIsCut) {
 
 TEST_P(EitherDamagedSet, IsFoundWhicheverByteOfItsDataIsFlipped) {
     const ScanFileImage image = Image();
+    const std::string records = Raw().Bytes().substr(660);
     image.Write(path_);
     const FileDescriptor file(open(path_.c_str(), O_WRONLY | O_CLOEXEC));
     const auto put = [&](std::size_t offset, unsigned mask) {
@@ -169,17 +172,14 @@ TEST_P(EitherDamagedSet, IsFoundWhicheverByteOfItsDataIsFlipped) {
             static_cast<char>(static_cast<unsigned char>(image.Bytes()[offset]) ^ mask);
         ASSERT_EQ(pwrite(file.Get(), &byte, 1, static_cast<off_t>(offset)), 1);
     };
-    // In the last byte before a stream's checksum the upper bits may stand behind the last code,
-    // and mean nothing.
-    const std::size_t lastCodes = image.Size() - 5;
     for (std::size_t offset = 660; offset < image.Size(); offset += kStep) {
         for (const unsigned mask :
              GetParam() ? std::vector{0x01U, 0x80U, 0xFFU} : std::vector{1U}) {
-            if (GetParam() && offset == lastCodes && mask == 0x80U) {
-                continue;
-            }
             put(offset, mask);
-            ASSERT_FALSE(Codes().empty()) << offset << " with " << mask;
+            // A compressed stream is filled up to whole bytes by bits that say nothing.
+            const std::string data = support::ReadFile(path_).substr(660);
+            const bool same = GetParam() && support::Inflated(data) == records;
+            ASSERT_EQ(Codes().empty(), same) << offset << " with " << mask;
         }
         put(offset, 0);
     }
