@@ -118,6 +118,27 @@ TEST_F(Queries, IdentifierComesAsTextAndAsGUID) {
     EXPECT_EQ(id.timeLow, 0x12345678U);
 }
 
+TEST_F(Queries, AnExchangeGivesTheReplyAndWhatItsPathEndsAt) {
+    const std::string pool = PoolReply("active", kGUID);
+    const std::string volume = VolumeInfoReply("<volumeState>mounted</volumeState>");
+    VFSManageCmd command;
+    std::string reply;
+    std::string value;
+    service_.replies = {pool};
+    command.PoolGetBasicInfoT("asked", "<ostrelReply><pool><getPoolInfo><basicInfo><poolGUID>",
+                              reply, value);
+    EXPECT_EQ(service_.requests.back(), "asked");
+    EXPECT_EQ(reply, pool);
+    EXPECT_EQ(value, kGUID);
+    service_.replies = {volume};
+    reply.clear();
+    command.VolumeGetBasicInfoT(
+        "again", "<ostrelReply><volume><getVolumeInfo><basicInfo><volumeState>", reply, value);
+    EXPECT_EQ(service_.requests.back(), "again");
+    EXPECT_EQ(reply, volume);
+    EXPECT_EQ(value, "mounted");
+}
+
 TEST_F(Queries, ReplyAroundTheChunkSizeIsReadWhole) {
     const std::string bare = PoolReply("", kGUID);
     for (const std::size_t size : {2047U, 2048U, 2049U, 4095U, 4096U, 4097U, 9000U}) {
