@@ -210,12 +210,21 @@ def fault_disk(image, mount_point, *faults):
             _stop(process, mount_point)
 
 
+def _take_large_requests(device):
+    """What somebody has told a loop device of the size of requests outlives its image."""
+    queue = pathlib.Path("/sys/block", pathlib.Path(device).name, "queue")
+    with contextlib.suppress(OSError):  # not everywhere may that be told
+        most = (queue / "max_hw_sectors_kb").read_text(encoding="ascii")
+        (queue / "max_sectors_kb").write_text(most, encoding="ascii")
+
+
 @contextlib.contextmanager
 def fault_loop(image, mount_point, *faults):
     """As fault_disk, with a loop device over the disk: yields (device path, FaultDisk). What the
     kernel asks of the device, the disk is asked for, as a real one would be, and nothing else."""
     with fault_disk(image, mount_point, *faults) as disk, \
             loop(disk.disk, direct=True) as device:
+        _take_large_requests(device)
         try:
             yield device, disk
         finally:
