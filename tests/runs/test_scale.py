@@ -6,6 +6,7 @@ import os
 import pathlib
 import random
 import re
+import time
 
 import pytest
 
@@ -55,6 +56,7 @@ def assert_right(figures, blocks):
 
 
 def test_a_huge_pool_is_saved_in_memory_that_does_not_grow(loop, image, blocks, tmp_path):
+    started = time.monotonic()
     with loop(image, read_only=True) as device, \
             saving.on_screen(device, tmp_path, wait=False) as terminal:
         terminal.wait_for(lambda picture: (shown(picture) or [0])[0] > 0)
@@ -64,6 +66,8 @@ def test_a_huge_pool_is_saved_in_memory_that_does_not_grow(loop, image, blocks, 
             sizes.append(resident(terminal.child.pid) if terminal.child.isalive() else sizes[-1])
         assert terminal.wait_exit(60) == 0
         last = shown(terminal.last_full())
+    print(f"{SIZE}: {time.monotonic() - started:.0f} s; at most {max(sizes) // 1024} KiB, "
+          f"{(max(sizes) - sizes[0]) // 1024} KiB more than at the start; at its end {last}")
     assert_right(last, blocks)
     current, done, _, _, percent, left, _ = last
     assert (current, done, percent, left) == (blocks, PLANTED, 100, 0)
