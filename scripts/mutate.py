@@ -3,13 +3,16 @@
 A mutant is one small change of one statement of util/ that the tests run: a comparison, a sum, a
 constant, a condition turned round, a call left out. All of them are compiled into one set of programs,
 each behind a switch that the environment's MUTANT turns, so that a mutant costs no more than the tests
-that are run on it: the unit tests of its file, then the other ones, then the whole runs that go through
-its file. The first failure kills it. They are chosen at random, by a seed, so that a run can be repeated.
+that are run on it: the unit tests of its file, the whole runs that know it best, all unit tests, then
+other whole runs that go through its file. The first failure kills it. They are chosen at random, by a
+seed, so that a run can be repeated.
 
     --count N       how many mutants (330; those that do not compile are left out)
     --seed N        which ones (1)
     --only TEXT     of files whose path holds TEXT
     --units         the unit tests alone
+    --numbers LIST  of these, those with the numbers in a list as 3,17: survivors of a run before
+    --jobs N        how many at a time (as many as there are processors)
 """
 
 import argparse
@@ -56,22 +59,70 @@ DEFINITION = re.compile(r"(\s*(?!constexpr|static|return|using|throw)(?:const )?
 STEP = re.compile(r"(\s*)(?!return|throw|break|continue|using|delete|goto)"
                   r"((?:[\w\]\[.:>*()-]+ [-+|&]?= .+|(?:\+\+|--)?[\w.:>\[\]-]+(?:\(.*\))?);)")
 
-# The whole runs that go through a file of the tool, by the start of its path.
+# The whole runs that go through a file of the tool, by the start of its path: those that know it best,
+# and behind the bar others.
 RUNS = {
-    "util/zsbtool/": ["zsbtool"],
-    "util/ostrelscan/restore": ["runs/test_restore.py", "runs/test_restore_dialogue.py",
-                                "runs/test_restore_faults.py"],
-    "util/ostrelscan/screen": ["runs/test_screen_layer.py", "runs/test_screen_input.py",
-                               "runs/test_screen_text.py", "runs/test_screen.py",
-                               "runs/test_screen_size.py"],
-    "util/ostrelscan/signal": ["runs/test_signals_save.py", "runs/test_signals_terminal.py"],
-    "util/ostrelscan/poolDevice": ["runs/test_bad_blocks.py", "runs/test_save.py"],
-    "util/ostrelscan/": ["runs/test_save.py", "runs/test_screen.py", "runs/test_restore_dialogue.py",
-                         "runs/test_command_line.py", "runs/test_log.py"],
-    "util/common/he": ["runs/test_pool_lock_changes.py", "runs/test_pool_lock_bus.py"],
-    "util/common/poolLock": ["runs/test_pool_lock_changes.py", "runs/test_pool_lock_states.py"],
-    "util/common/scan": ["runs/test_save.py", "runs/test_restore.py", "zsbtool"],
-    "util/common/": ["runs/test_save.py", "runs/test_restore.py", "runs/test_log.py"],
+    "util/zsbtool/badBlocks": "zsbtool/test_bad_blocks.py | zsbtool/test_log.py",
+    "util/zsbtool/blockNumbers": "zsbtool/test_find.py zsbtool/test_cat.py | zsbtool/test_compare.py",
+    "util/zsbtool/blockTypeNames": "zsbtool/test_list.py zsbtool/test_map.py | zsbtool/test_report.py",
+    "util/zsbtool/cat": "zsbtool/test_cat.py |",
+    "util/zsbtool/check": "zsbtool/test_check.py | zsbtool/test_preflight.py",
+    "util/zsbtool/compar": "zsbtool/test_compare.py |",
+    "util/zsbtool/csv": "zsbtool/test_export.py |",
+    "util/zsbtool/database": "zsbtool/test_export.py |",
+    "util/zsbtool/differences": "zsbtool/test_compare.py |",
+    "util/zsbtool/export": "zsbtool/test_export.py |",
+    "util/zsbtool/find": "zsbtool/test_find.py |",
+    "util/zsbtool/html": "zsbtool/test_report.py |",
+    "util/zsbtool/imageC": "zsbtool/test_image.py |",
+    "util/zsbtool/imageM": "zsbtool/test_mount.py |",
+    "util/zsbtool/info": "zsbtool/test_info.py |",
+    "util/zsbtool/list": "zsbtool/test_list.py |",
+    "util/zsbtool/log": "zsbtool/test_log.py |",
+    "util/zsbtool/madeSet": "zsbtool/test_pack.py zsbtool/test_merge.py | zsbtool/test_prepare.py",
+    "util/zsbtool/map": "zsbtool/test_map.py | zsbtool/test_report.py",
+    "util/zsbtool/merge": "zsbtool/test_merge.py |",
+    "util/zsbtool/mount": "zsbtool/test_mount.py |",
+    "util/zsbtool/pack": "zsbtool/test_pack.py |",
+    "util/zsbtool/preflight": "zsbtool/test_preflight.py |",
+    "util/zsbtool/prepare": "zsbtool/test_prepare.py |",
+    "util/zsbtool/report": "zsbtool/test_report.py |",
+    "util/zsbtool/runLog": "zsbtool/test_log.py | zsbtool/test_bad_blocks.py zsbtool/test_report.py",
+    "util/zsbtool/setReport": "zsbtool/test_check.py zsbtool/test_report.py | zsbtool/test_image.py",
+    "util/zsbtool/setSearch": "zsbtool/test_find.py | zsbtool/test_cat.py",
+    "util/zsbtool/status": "zsbtool/test_status.py | zsbtool/test_report.py",
+    "util/zsbtool/targetDevice": "zsbtool/test_preflight.py |",
+    "util/zsbtool/": "zsbtool/test_frame.py zsbtool/test_odd_places.py zsbtool/test_check.py | "
+                     "zsbtool/test_info.py zsbtool/test_list.py zsbtool/test_report.py "
+                     "zsbtool/test_pack.py zsbtool/test_memory.py",
+    "util/ostrelscan/restoreDialogue": "runs/test_restore_dialogue.py | runs/test_restore.py",
+    "util/ostrelscan/restore": "runs/test_restore_faults.py runs/test_restore.py | "
+                               "runs/test_pool_lock_restore.py runs/test_notes_restore.py",
+    "util/ostrelscan/screen": "runs/test_screen_layer.py runs/test_screen_input.py "
+                              "runs/test_screen_text.py | runs/test_screen.py runs/test_screen_size.py",
+    "util/ostrelscan/signal": "runs/test_signals_save.py runs/test_signals_terminal.py | "
+                              "runs/test_signals_restore.py",
+    "util/ostrelscan/terminal": "runs/test_signals_terminal.py | runs/test_screen.py",
+    "util/ostrelscan/failedReads": "runs/test_notes.py | runs/test_bad_blocks.py",
+    "util/ostrelscan/passNotes": "runs/test_notes.py | runs/test_notes_restore.py",
+    "util/ostrelscan/poolDevice": "runs/test_bad_blocks.py | runs/test_bad_sectors.py runs/test_notes.py "
+                                  "runs/test_save.py runs/test_restore_faults.py",
+    "util/ostrelscan/commandLine": "runs/test_command_line.py | runs/test_log.py",
+    "util/ostrelscan/run": "runs/test_log.py | runs/test_command_line.py runs/test_save.py "
+                           "runs/test_signals_save.py",
+    "util/ostrelscan/scanUI": "runs/test_dialogue.py runs/test_screen.py | runs/test_save.py "
+                              "runs/test_restore_dialogue.py runs/test_log.py",
+    "util/ostrelscan/": "runs/test_save.py | runs/test_save_faults.py runs/test_screen.py "
+                        "runs/test_restore_dialogue.py runs/test_log.py runs/test_bad_blocks.py",
+    "util/common/he": "| runs/test_pool_lock_changes.py runs/test_pool_lock_bus.py",
+    "util/common/poolLock": "| runs/test_pool_lock_changes.py runs/test_pool_lock_states.py",
+    "util/common/log": "runs/test_log.py | runs/test_save_faults.py",
+    "util/common/scanSet": "| zsbtool/test_check.py zsbtool/test_merge.py zsbtool/test_mount.py "
+                           "zsbtool/test_report.py zsbtool/test_pack.py",
+    "util/common/scanPieces": "| zsbtool/test_check.py zsbtool/test_pack.py",
+    "util/common/scan": "| runs/test_save.py runs/test_restore.py zsbtool/test_check.py "
+                        "zsbtool/test_pack.py",
+    "util/common/": "| runs/test_save.py runs/test_restore.py runs/test_log.py zsbtool/test_check.py",
 }
 
 
@@ -156,14 +207,17 @@ def choose(count, seed, only):
 
 
 def run(command, seconds, **how):
-    """Whether a command succeeds in time."""
-    with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                          stderr=subprocess.DEVNULL, start_new_session=True, **how) as process:
+    """What a command that fails, or takes longer, says of that; nothing of one that succeeds."""
+    with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL, text=True, errors="replace",
+                          start_new_session=True, **how) as process:
         try:
-            return process.wait(seconds) == 0
+            told, _ = process.communicate(timeout=seconds)
         except subprocess.TimeoutExpired:
             os.killpg(process.pid, 9)
-            return False
+            return "time"
+    failed = re.search(r"^(?:FAILED|ERROR) \S*?(test_\S+)|^\[  FAILED  \] (\S+)", told, re.M)
+    return "" if process.returncode == 0 else (failed[1] or failed[2] if failed else "a crash")
 
 
 class Bench:
@@ -219,7 +273,10 @@ class Bench:
         program.unlink()
         command[at + 1] = str(program)
         # The first of two definitions counts: the mutants stand before every library.
-        command[1:1] = [*self._objects, "-fuse-ld=lld", "-Wl,--allow-multiple-definition"]
+        foreign = {"tests/unit_tests": "none", "bin/zsbtool": "util.ostrelscan."}.get(
+            target, "util.zsbtool.")
+        objects = [name for name in self._objects if foreign not in name]
+        command[1:1] = [*objects, "-fuse-ld=lld", "-Wl,--allow-multiple-definition"]
         subprocess.run(command, cwd=BUILD, check=True)
 
 
@@ -231,21 +288,30 @@ def unit_filter(path):
                     sorted(set(re.findall(r"^TEST\w*\(\s*(\w+),", text, re.M))))
 
 
+def stages(bench, mutant, units):
+    """The commands that may notice a mutant, each with its time: those that know its file best first."""
+    tests = [bench.shadow / "tests" / "unit_tests", "--gtest_brief=1"]
+    if own := unit_filter(mutant.path):
+        yield [*tests, f"--gtest_filter={own}"], 300
+    best, _, others = next(files for start, files in RUNS.items()
+                           if mutant.path.startswith(start)).partition("|")
+    for names in () if units else (best.split(), None, others.split()):
+        if names is None:
+            yield tests, 900
+        for name in names or ():
+            yield [PYTHON, "-m", "pytest", "-q", "-x", "--tb=no", "-p", "no:cacheprovider",
+                   ROOT / "tests" / name], 900
+    if units:
+        yield tests, 900
+
+
 def killer(bench, mutant, units):
-    """What notices the mutant: "unit", a file of whole runs, or nothing."""
+    """What notices the mutant, or nothing."""
     environment = {**os.environ, "MUTANT": str(mutant.number), "PYTHONDONTWRITEBYTECODE": "1",
                    "OSTREL_BUILD": str(bench.shadow)}
-    how = {"env": environment, "cwd": WORK}
-    tests = bench.shadow / "tests" / "unit_tests"
-    first = unit_filter(mutant.path)
-    for words in ([f"--gtest_filter={first}"] if first else [], []):
-        if not run([tests, "--gtest_brief=1", *words], 300, **how):
-            return "unit"
-    files = next(files for start, files in RUNS.items() if mutant.path.startswith(start))
-    for name in () if units else files:
-        if not run([PYTHON, "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider", "-n", "4",
-                    ROOT / "tests" / name], 900, **how):
-            return name
+    for command, seconds in stages(bench, mutant, units):
+        if by := run(command, seconds, env=environment, cwd=WORK):
+            return by
     return ""
 
 
@@ -266,18 +332,25 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--only", default="")
     parser.add_argument("--units", action="store_true")
+    parser.add_argument("--numbers", default="")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count())
     options = parser.parse_args()
     bench = Bench()
     (WORK / "switch.h").write_text(SWITCH, encoding="utf-8")
     mutants = compile_all(bench, choose(options.count, options.seed, options.only))
+    if options.numbers:
+        wanted = set(map(int, options.numbers.split(",")))
+        mutants = [mutant for mutant in mutants if mutant.number in wanted]
     nobody = Mutant(0, "util/common/", 0, "", "", "nothing is changed")
     if by := killer(bench, nobody, True):
         raise SystemExit(f"without a mutant, {by} fails")
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool, \
+    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool, \
             open(WORK / "report.txt", "w", encoding="utf-8") as report:
-        for mutant, by in zip(mutants, pool.map(
-                lambda mutant: killer(bench, mutant, options.units), mutants)):
-            print(f"{f'killed by {by}' if by else 'survived':44} {mutant}", file=report, flush=True)
+        running = {pool.submit(killer, bench, mutant, options.units): mutant for mutant in mutants}
+        for done in concurrent.futures.as_completed(running):
+            mutant, by = running[done], done.result()
+            told = f"killed {mutant.number} by {by}" if by else f"survived {mutant.number}"
+            print(f"{told:60} {mutant}", file=report, flush=True)
 
 
 if __name__ == "__main__":
