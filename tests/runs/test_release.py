@@ -134,6 +134,13 @@ def test_the_packages_for_rpm_hold_what_those_for_debian_hold():
     assert (paths, docs) == (packaged("install"), packaged("docs"))
 
 
+def test_every_test_of_the_packages_is_declared():
+    folder = house.ROOT / "debian/tests"
+    declared = re.findall(r"^Tests: (.*)$", (folder / "control").read_text(encoding="utf-8"),
+                          re.MULTILINE)
+    assert sorted([*declared, "control"]) == sorted(path.name for path in folder.iterdir())
+
+
 def test_what_a_package_is_built_with_is_what_bootstrap_installs():
     control = (house.ROOT / "debian/control").read_text(encoding="utf-8")
     needed = re.findall(r"^ ([a-z0-9+.-]+),$", control.split("\nStandards-Version")[0], re.MULTILINE)
