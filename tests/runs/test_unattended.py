@@ -1,6 +1,7 @@
 """The script that the operator's guide gives to cron, systemd and ansible, run as cron runs it: with
 next to no environment, without a terminal, and with what it prints caught."""
 
+import os
 import re
 import subprocess
 
@@ -22,7 +23,7 @@ SESSION = r"""
 ln -s "$DEVICE" pools/SAMPLE
 as_cron() {
     echo "== $1"
-    env -i HOME=/root LOGNAME=root SHELL=/bin/sh DAY="$1" PATH="$PWD/bin:$PATH" \
+    env -i HOME=/root LOGNAME=root SHELL=/bin/sh DAY="$1" PATH="$PWD/bin:$PATH" $SANITIZERS \
         OSTRELSIM_SOCKET="$OSTRELSIM_SOCKET" LD_LIBRARY_PATH="$LD_LIBRARY_PATH" \
         /bin/sh -c "$PWD/bin/scan-pool SAMPLE" </dev/null 2>&1
     echo "status $?"
@@ -60,8 +61,9 @@ def ran(build, tmp_path):
     session = f"cp -r {tmp_path}/bin . && mkdir pools\n{SESSION}"
     done = subprocess.run([house.ROOT / "scripts/training", training, "bash", "-c", session],
                           capture_output=True, text=True, timeout=300, check=False,
-                          env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": str(tmp_path),
-                               "OSTREL_BUILD": str(build)})
+                          env={**os.environ, "OSTREL_BUILD": str(build), "SANITIZERS": " ".join(
+                              f"{name}={value}" for name, value in os.environ.items()
+                              if name.endswith("SAN_OPTIONS"))})
     assert done.returncode == 0, done
     found = {}
     for day, printed in re.findall(r"^== ([\w-]+)\n(.*?)(?=^== |\Z)", done.stdout,
