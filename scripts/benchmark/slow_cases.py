@@ -51,7 +51,7 @@ DISKS = [
     Disk("1 GB/s", "bandwidth=1000", 1024, True, HELPS_NOT),
     Disk("1 GB/s", "bandwidth=1000", 1024, False, HELPS_NOT),
     Disk("10 ms, large", "latency=10000", 512, True, HELPS, 1280),
-    Disk("10 ms, large", "latency=10000", 512, False, HELPS_NOT, 1280),
+    Disk("10 ms, large", "latency=10000", 1024, False, HELPS_NOT, 1280),
 ]
 
 

@@ -35,7 +35,7 @@ class DeviceCache {
     /// is cached already ahead of that. Both are what the pass adds to the cache at most.
     static constexpr std::uint64_t kAskedAhead = 16;
     static constexpr std::uint64_t kLookedAhead = 32;
-    static constexpr std::uint64_t kFirstPause = 64;
+    static constexpr std::uint64_t kFirstPause = 256;
 
     void Enter(std::uint64_t piece);
     void Judge(std::uint64_t piece);
