@@ -1,7 +1,5 @@
 #include "util/common/blockTypes.h"
 
-#include <algorithm>
-#include <array>
 #include <bit>
 #include <cstring>
 
@@ -15,16 +13,9 @@ struct Group {
     unsigned count;
 };
 
-/// The magics alone, side by side: every block of a pool is compared with most of them.
-constexpr auto kMagics = [] {
-    std::array<std::uint32_t, kBlockTypeCount> magics{};
-    std::ranges::transform(kBlockTypes, magics.begin(), &BlockType::magic);
-    return magics;
-}();
-
 unsigned FindType(std::uint32_t magic, Group group) {
     for (unsigned index = group.start; index < group.start + group.count; ++index) {
-        if (kMagics[index] == magic) {
+        if (kBlockTypes[index].magic == magic) {
             return index;
         }
     }
