@@ -7,6 +7,7 @@ import pathlib
 import shutil
 import signal
 import sys
+import tempfile
 
 import cases
 import kept
@@ -63,13 +64,13 @@ def are_wanted(begin, wanted):
     return not wanted or any(name.startswith(begin) or begin.startswith(name) for name in wanted)
 
 
-def companion_cases(asked):
+def companion_cases(asked, outputs):
     """zsbtool's."""
     if not any(are_wanted(begin, asked.cases) for begin in cases.BEGIN):
         return
     sample, part = (samples.prepare(asked.folder / f"sample-{size}", size, say)
                     for size in (asked.size, -(-asked.size // 8)))
-    place = cases.Place(PROGRAMS, asked.folder / "outputs", sample, part)
+    place = cases.Place(PROGRAMS, outputs, sample, part)
     commands = measuring.commands_of(PROGRAMS / "zsbtool")
     for case in cases.all_cases(place):
         why = left_out(case, commands)
@@ -100,12 +101,12 @@ def micro(asked):
 
 def measure(asked):
     """The rows of the cases that were asked for."""
-    outputs = asked.folder / "outputs"
-    shutil.rmtree(outputs, ignore_errors=True)
-    outputs.mkdir(parents=True)
+    asked.folder.mkdir(parents=True, exist_ok=True)
     with contextlib.ExitStack() as stack:
-        stack.callback(shutil.rmtree, outputs)
-        todo = [case for case in [*companion_cases(asked), *pool_based(asked, stack), *micro(asked)]
+        outputs = pathlib.Path(stack.enter_context(
+            tempfile.TemporaryDirectory(prefix="outputs-", dir=asked.folder)))
+        found = [*companion_cases(asked, outputs), *pool_based(asked, stack), *micro(asked)]
+        todo = [case for case in found
                 if not asked.cases or any(map(case.name.startswith, asked.cases))]
         return measuring.measure(todo, asked.rounds, outputs, say, kept.read())
 

@@ -1,12 +1,15 @@
 """The benchmark's frame: what it makes of values, and what it takes of a run. No figure is held here."""
 
 import hashlib
+import pathlib
 import subprocess
 import sys
+import time
 
 import pytest
 
 import house
+import loopdev
 import scanset
 
 sys.path.insert(0, str(house.ROOT / "scripts" / "benchmark"))
@@ -15,6 +18,7 @@ import cases  # noqa: E402
 import kept  # noqa: E402
 import measuring  # noqa: E402
 import samples  # noqa: E402
+import slow_cases  # noqa: E402
 import table  # noqa: E402
 
 
@@ -134,6 +138,28 @@ def test_samples_hold_the_same_records_in_every_form(tmp_path, build):
     assert hashlib.sha256(unzipped).digest() == hashlib.sha256(scanset.pack_records(records)).digest()
     for folder in (sample.raw, sample.compressed):
         subprocess.run([build / "bin/zsbtool", "check", folder], check=True, capture_output=True)
+
+
+def test_a_device_gets_its_queue_back(loop, tmp_path):
+    with loop(loopdev.sparse_image(tmp_path / "image", 1 << 20)) as device:
+        queue = pathlib.Path("/sys/block", pathlib.Path(device).name, "queue")
+        def values():
+            return [(queue / name).read_text(encoding="ascii").strip()
+                    for name in ("max_sectors_kb", "read_ahead_kb")]
+        before = values()
+        with slow_cases.queue_set(device, max_sectors_kb=64, read_ahead_kb=32):
+            assert values() == ["64", "32"]
+        assert values() == before
+
+
+def test_what_stands_in_the_page_cache_of_a_device_is_seen(loop, tmp_path):
+    with loop(loopdev.sparse_image(tmp_path / "image", 4 << 20)) as device:
+        loopdev.drop_caches(device)
+        with slow_cases.CacheWatch(device, 4 << 20) as cache, open(device, "rb") as file:
+            file.read()
+            while cache.most == 0:
+                time.sleep(0.01)
+        assert cache.most == 4 << 20
 
 
 def test_the_cases_name_what_they_need(tmp_path):
