@@ -94,6 +94,22 @@ def test_every_type_has_a_colour_of_its_own(tmp_path):
     assert len(colours) == len(set(colours)) == len(poolTypes.NAMES)
 
 
+def test_the_legend_stands_in_rows_below_the_cells(tmp_path):
+    scanset.write_set(tmp_path, of_every_type(), poolBlocks=100)
+    assert zsbtool.run("map", tmp_path, "-o", tmp_path / "map.svg").status == 0
+    drawing = tree.parse(tmp_path / "map.svg").getroot()
+    width, height = map(int, drawing.get("viewBox").split()[2:])
+    rects = [rect for rect in drawing.iter(f"{SVG}rect") if rect.get("class") != "map-ground"]
+    cells = [rect for rect in rects if rect.find(f"{SVG}title") is not None]
+    below = max(int(rect.get("y")) + int(rect.get("height")) for rect in cells)
+    places = [(int(rect.get("y")), int(rect.get("x"))) for rect in rects if rect not in cells]
+    rows = sorted({y for y, _ in places})
+    assert places == [(y, x) for y in rows for x in sorted({x for _, x in places})][:len(places)]
+    assert len({x for _, x in places}) == 4 and len(places) == len(of_every_type())
+    assert below < rows[0] and rows[-1] + 12 < height and places[3][1] + 12 < width
+    assert {after - before for before, after in zip(rows, rows[1:])} == {20}
+
+
 def test_the_drawing_does_not_depend_on_the_jobs(tmp_path):
     Set(compress=True).write(tmp_path / "set")
     for jobs in (1, 5):

@@ -227,6 +227,20 @@ def test_without_a_superblock_in_the_set_its_leaves_tell_the_format(tmp_path, lo
         NOTHING_ELSE if good else {**NOTHING_ELSE, "superblock": "stop"})
 
 
+@pytest.mark.parametrize("own, leaf, other", [
+    (restoring.SUPERBLOCK, b"BtqZ", Z64), (Z64, b"LEAF", restoring.SUPERBLOCK)])
+def test_the_superblock_in_the_set_tells_the_format_whatever_its_leaves_say(tmp_path, loop, own,
+                                                                            leaf, other):
+    (tmp_path / "set").mkdir()
+    scanset.write_set(tmp_path / "set", [(1, own), *restoring.records([7, 8], leaf)],
+                      poolBlocks=POOL_BLOCKS)
+    for name, superblock, status in (("own", own, 0), ("other", other, 2)):
+        image = pool_image(tmp_path / name, superblock=superblock)
+        with loop(image) as device:
+            found = preflight(tmp_path / "set", device, status=status)
+        assert ("superblock" in verdicts(found)) == (status == 2)
+
+
 def test_a_superblock_that_cannot_be_read_stops_it(tmp_path, fault_loop):
     source, image = Set().write(tmp_path / "set"), pool_image(tmp_path / "image")
     with fault_loop(image, tmp_path / "mnt", "badread=1") as (device, _):

@@ -65,6 +65,19 @@ TEST_F(ALeavingConsumer, AnswersWhateverComesLateAsEarlyWhenItIsRetired) {
     HEBConsumer::Retire(nullptr);
 }
 
+TEST_F(ALeavingConsumer, StaysWhereItIsWhenAnotherOneIsRetiredBehindIt) {
+    HEBConsumer::Retire(std::move(consumer_));
+    ExpectLetGo();
+    auto second = std::make_unique<HEBConsumer>("OSTREL.Second");
+    ASSERT_EQ(second->HEBC_CPSE_Register(PoolKey(&kGUID), flag_), 0);
+    HEBConsumer::Retire(std::move(second));
+    // It would take the place of one that was freed by now, and it refuses.
+    const auto third = std::make_unique<HEBConsumer>("OSTREL.Third");
+    ASSERT_EQ(third->HEBC_CPSE_Register(PoolKey(&kGUID), flag_), 0);
+    EXPECT_EQ(FakeBus::Deliver(registration_, StateChange(kGUID, 3, 6, kAbortable)).get().answer,
+              0U);
+}
+
 TEST(ARegisteredFamily, TakesEventsWhileItIsRegisteredAndUnregistered) {
     FakeBus& fake = FakeBus::Fresh();
     const support::CapturedLog log;

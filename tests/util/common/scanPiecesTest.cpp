@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <string>
+#include <system_error>
 #include <thread>
 
 #include "tests/support/scanFileImage.h"
@@ -86,6 +88,20 @@ TEST_P(ScanPiecesTest, HasNothingOfAFileThatIsGoneOrShorter) {
     EXPECT_EQ(MarkOf(pieces, 300), "none");
     std::filesystem::remove(PathOf(1));
     EXPECT_EQ(MarkOf(pieces, 400), "none");
+}
+
+TEST_P(ScanPiecesTest, HasNothingOfWhatCannotBeRead) {
+    ScanPieces pieces(*set_, *index_);
+    std::filesystem::remove(PathOf(1));
+    std::filesystem::create_directory(PathOf(1));  // opens, and fails every read
+    EXPECT_EQ(MarkOf(pieces, 400), "none");
+}
+
+TEST_P(ScanPiecesTest, NeedsItsFolder) {
+    const std::string folder = directory_.Path().substr(0, directory_.Path().size() - 1);
+    std::filesystem::rename(folder, folder + ".aside");
+    EXPECT_THROW(ScanPieces(*set_, *index_), std::system_error);
+    std::filesystem::rename(folder + ".aside", folder);
 }
 
 TEST_P(ScanPiecesTest, FindsAFileAgainThatIsBack) {
