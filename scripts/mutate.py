@@ -11,6 +11,7 @@ seed, so that a run can be repeated.
     --seed N        which ones (1)
     --only TEXT     of files whose path holds TEXT
     --units         the unit tests alone
+    --quick         the tests alone that know the file best; who survives them is to be run again
     --numbers LIST  of these, those with the numbers in a list as 3,17: survivors of a run before
     --jobs N        how many at a time (as many as there are processors)
 """
@@ -23,6 +24,7 @@ import os
 import pathlib
 import random
 import re
+import resource
 import shlex
 import shutil
 import subprocess
@@ -206,11 +208,16 @@ def choose(count, seed, only):
     return list(chosen.values())
 
 
+def limit_time():
+    """No process of a test needs so many seconds of a processor: what does goes round for ever."""
+    resource.setrlimit(resource.RLIMIT_CPU, (90, 90))
+
+
 def run(command, seconds, **how):
     """What a command that fails, or takes longer, says of that; nothing of one that succeeds."""
     with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.DEVNULL, text=True, errors="replace",
-                          start_new_session=True, **how) as process:
+                          start_new_session=True, preexec_fn=limit_time, **how) as process:
         try:
             told, _ = process.communicate(timeout=seconds)
         except subprocess.TimeoutExpired:
@@ -288,28 +295,29 @@ def unit_filter(path):
                     sorted(set(re.findall(r"^TEST\w*\(\s*(\w+),", text, re.M))))
 
 
-def stages(bench, mutant, units):
+def stages(bench, mutant, options):
     """The commands that may notice a mutant, each with its time: those that know its file best first."""
     tests = [bench.shadow / "tests" / "unit_tests", "--gtest_brief=1"]
     if own := unit_filter(mutant.path):
         yield [*tests, f"--gtest_filter={own}"], 300
     best, _, others = next(files for start, files in RUNS.items()
                            if mutant.path.startswith(start)).partition("|")
-    for names in () if units else (best.split(), None, others.split()):
-        if names is None:
-            yield tests, 900
-        for name in names or ():
-            yield [PYTHON, "-m", "pytest", "-q", "-x", "--tb=no", "-p", "no:cacheprovider",
-                   ROOT / "tests" / name], 900
-    if units:
+    runs = [[PYTHON, "-m", "pytest", "-q", "-x", "--tb=no", "-p", "no:cacheprovider",
+             ROOT / "tests" / name] for name in best.split() + others.split()]
+    behind = len(best.split())
+    if not options.units:
+        yield from ((command, 900) for command in runs[:behind])
+    if not options.quick or not own and not behind:
         yield tests, 900
+    if not options.units and not options.quick:
+        yield from ((command, 900) for command in runs[behind:])
 
 
-def killer(bench, mutant, units):
+def killer(bench, mutant, options):
     """What notices the mutant, or nothing."""
     environment = {**os.environ, "MUTANT": str(mutant.number), "PYTHONDONTWRITEBYTECODE": "1",
                    "OSTREL_BUILD": str(bench.shadow)}
-    for command, seconds in stages(bench, mutant, units):
+    for command, seconds in stages(bench, mutant, options):
         if by := run(command, seconds, env=environment, cwd=WORK):
             return by
     return ""
@@ -332,6 +340,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--only", default="")
     parser.add_argument("--units", action="store_true")
+    parser.add_argument("--quick", action="store_true")
     parser.add_argument("--numbers", default="")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     options = parser.parse_args()
@@ -342,13 +351,14 @@ def main():
         wanted = set(map(int, options.numbers.split(",")))
         mutants = [mutant for mutant in mutants if mutant.number in wanted]
     nobody = Mutant(0, "util/common/", 0, "", "", "nothing is changed")
-    if by := killer(bench, nobody, True):
-        raise SystemExit(f"without a mutant, {by} fails")
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool, \
             open(WORK / "report.txt", "w", encoding="utf-8") as report:
-        running = {pool.submit(killer, bench, mutant, options.units): mutant for mutant in mutants}
+        running = {pool.submit(killer, bench, mutant, options): mutant
+                   for mutant in [nobody, *mutants]}
         for done in concurrent.futures.as_completed(running):
             mutant, by = running[done], done.result()
+            if mutant is nobody and by:
+                raise SystemExit(f"without a mutant, {by} fails")
             told = f"killed {mutant.number} by {by}" if by else f"survived {mutant.number}"
             print(f"{told:60} {mutant}", file=report, flush=True)
 
