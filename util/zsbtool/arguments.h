@@ -46,9 +46,6 @@ class Arguments {
     /// A decimal number without sign.
     void Number(const std::string& names, std::optional<std::uint64_t>& value,
                 const std::string& what);
-    /// One of `words`, whatever the case of its letters; stored as listed.
-    void OneOf(const std::string& names, std::string& value, const std::vector<std::string>& words,
-               const std::string& what);
 
   private:
     CLI::App& parser_;

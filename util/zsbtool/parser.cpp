@@ -193,11 +193,6 @@ void Arguments::Number(const std::string& names, std::optional<std::uint64_t>& v
     parser_.add_option_function<std::string>(names, take, what)->type_name("N");
 }
 
-void Arguments::OneOf(const std::string& names, std::string& value,
-                      const std::vector<std::string>& words, const std::string& what) {
-    parser_.add_option(names, value, what)->transform(CLI::IsMember(words, CLI::ignore_case));
-}
-
 Request ParseArguments(int argc, const char* const* argv, Settings& settings) {
     Parser parser(settings);
     try {
