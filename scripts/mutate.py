@@ -3,15 +3,16 @@
 A mutant is one small change of one statement of util/ that the tests run: a comparison, a sum, a
 constant, a condition turned round, a call left out. All of them are compiled into one set of programs,
 each behind a switch that the environment's MUTANT turns, so that a mutant costs no more than the tests
-that are run on it: the unit tests of its file, the whole runs that know it best, all unit tests, then
-other whole runs that go through its file. The first failure kills it. They are chosen at random, by a
-seed, so that a run can be repeated.
+that are run on it: the unit tests of its file, the whole runs that know it best, others that go through
+its file, then all unit tests. The first failure kills it. They are chosen at random, by a seed, so that
+a run can be repeated.
 
     --count N       how many mutants (330; those that do not compile are left out)
     --seed N        which ones (1)
     --only TEXT     of files whose path holds TEXT
     --units         the unit tests alone
     --quick         the tests alone that know the file best; who survives them is to be run again
+    --rest          the other tests alone, for those whom --quick has left
     --numbers LIST  of these, those with the numbers in a list as 3,17: survivors of a run before
     --jobs N        how many at a time (as many as there are processors)
 """
@@ -36,6 +37,7 @@ PYTHON = "/usr/bin/python3"  # the one that Debian's packages are for
 UNTOUCHED = {"errorTable", "qdsNitErrorTable", "usage", "main"}  # tables and texts
 PROGRAMS = ("tests/unit_tests", "tests/screenDriver", "tests/dialogueDriver", "bin/ostrelscan",
             "bin/zsbtool")
+SECONDS = 900  # that one command may take
 SWITCH = """#include <cstdlib>
 inline bool Mutant(int number) {
     static const char* const told = std::getenv("MUTANT");
@@ -86,6 +88,9 @@ RUNS = {
     "util/zsbtool/merge": "zsbtool/test_merge.py |",
     "util/zsbtool/mount": "zsbtool/test_mount.py |",
     "util/zsbtool/pack": "zsbtool/test_pack.py |",
+    "util/zsbtool/openSet": "zsbtool/test_list.py zsbtool/test_check.py | zsbtool/test_info.py",
+    "util/zsbtool/output": "zsbtool/test_pack.py zsbtool/test_export.py | zsbtool/test_prepare.py",
+    "util/zsbtool/poolImage": "zsbtool/test_compare.py |",
     "util/zsbtool/preflight": "zsbtool/test_preflight.py |",
     "util/zsbtool/prepare": "zsbtool/test_prepare.py |",
     "util/zsbtool/report": "zsbtool/test_report.py |",
@@ -101,7 +106,8 @@ RUNS = {
     "util/ostrelscan/restore": "runs/test_restore_faults.py runs/test_restore.py | "
                                "runs/test_pool_lock_restore.py runs/test_notes_restore.py",
     "util/ostrelscan/screen": "runs/test_screen_layer.py runs/test_screen_input.py "
-                              "runs/test_screen_text.py | runs/test_screen.py runs/test_screen_size.py",
+                              "runs/test_screen_text.py | runs/test_screen_size.py runs/test_screen.py "
+                              "runs/test_memory.py",
     "util/ostrelscan/signal": "runs/test_signals_save.py runs/test_signals_terminal.py | "
                               "runs/test_signals_restore.py",
     "util/ostrelscan/terminal": "runs/test_signals_terminal.py | runs/test_screen.py",
@@ -113,7 +119,7 @@ RUNS = {
     "util/ostrelscan/run": "runs/test_log.py | runs/test_command_line.py runs/test_save.py "
                            "runs/test_signals_save.py",
     "util/ostrelscan/scanUI": "runs/test_dialogue.py runs/test_screen.py | runs/test_save.py "
-                              "runs/test_restore_dialogue.py runs/test_log.py",
+                              "runs/test_restore_dialogue.py runs/test_log.py runs/test_memory.py",
     "util/ostrelscan/": "runs/test_save.py | runs/test_save_faults.py runs/test_screen.py "
                         "runs/test_restore_dialogue.py runs/test_log.py runs/test_bad_blocks.py",
     "util/common/he": "| runs/test_pool_lock_changes.py runs/test_pool_lock_bus.py",
@@ -122,8 +128,8 @@ RUNS = {
     "util/common/scanSet": "| zsbtool/test_check.py zsbtool/test_merge.py zsbtool/test_mount.py "
                            "zsbtool/test_report.py zsbtool/test_pack.py",
     "util/common/scanPieces": "| zsbtool/test_check.py zsbtool/test_pack.py",
-    "util/common/scan": "| runs/test_save.py runs/test_restore.py zsbtool/test_check.py "
-                        "zsbtool/test_pack.py",
+    "util/common/scan": "| zsbtool/test_check.py zsbtool/test_pack.py zsbtool/test_merge.py "
+                        "runs/test_save.py runs/test_restore.py",
     "util/common/": "| runs/test_save.py runs/test_restore.py runs/test_log.py zsbtool/test_check.py",
 }
 
@@ -296,29 +302,31 @@ def unit_filter(path):
 
 
 def stages(bench, mutant, options):
-    """The commands that may notice a mutant, each with its time: those that know its file best first."""
+    """The commands that may notice a mutant, those that know its file best first."""
     tests = [bench.shadow / "tests" / "unit_tests", "--gtest_brief=1"]
-    if own := unit_filter(mutant.path):
-        yield [*tests, f"--gtest_filter={own}"], 300
+    own = unit_filter(mutant.path)
     best, _, others = next(files for start, files in RUNS.items()
                            if mutant.path.startswith(start)).partition("|")
     runs = [[PYTHON, "-m", "pytest", "-q", "-x", "--tb=no", "-p", "no:cacheprovider",
              ROOT / "tests" / name] for name in best.split() + others.split()]
+    if options.units:
+        runs = []
     behind = len(best.split())
-    if not options.units:
-        yield from ((command, 900) for command in runs[:behind])
-    if not options.quick or not own and not behind:
-        yield tests, 900
-    if not options.units and not options.quick:
-        yield from ((command, 900) for command in runs[behind:])
+    if not options.rest:
+        if own:
+            yield [*tests, f"--gtest_filter={own}"]
+        yield from runs[:behind]
+    if not options.quick:
+        yield from runs[behind:]
+        yield tests
 
 
 def killer(bench, mutant, options):
     """What notices the mutant, or nothing."""
     environment = {**os.environ, "MUTANT": str(mutant.number), "PYTHONDONTWRITEBYTECODE": "1",
                    "OSTREL_BUILD": str(bench.shadow)}
-    for command, seconds in stages(bench, mutant, options):
-        if by := run(command, seconds, env=environment, cwd=WORK):
+    for command in stages(bench, mutant, options):
+        if by := run(command, SECONDS, env=environment, cwd=WORK):
             return by
     return ""
 
@@ -341,6 +349,7 @@ def main():
     parser.add_argument("--only", default="")
     parser.add_argument("--units", action="store_true")
     parser.add_argument("--quick", action="store_true")
+    parser.add_argument("--rest", action="store_true")
     parser.add_argument("--numbers", default="")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     options = parser.parse_args()
