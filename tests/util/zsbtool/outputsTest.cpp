@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 #include "tests/support/fileBytes.h"
@@ -102,6 +103,18 @@ TEST_F(OutputFileTest, TellsWhyItCannotBeMade) {
 }
 
 class OutputFolderTest : public OutputFileTest {};
+
+TEST_F(OutputFolderTest, HasTheRightsOfTheUmask) {
+    for (const auto& [mask, rights] : {std::pair{022U, 0755U}, {027U, 0750U}, {077U, 0700U}}) {
+        const mode_t old = umask(mask);
+        OutputFolder(outputs_, path_).Commit();
+        umask(old);
+        struct stat facts {};
+        ASSERT_EQ(stat(path_.c_str(), &facts), 0);
+        EXPECT_EQ(facts.st_mode & 0777, rights);
+        std::filesystem::remove(path_);
+    }
+}
 
 TEST_F(OutputFolderTest, AppearsWithItsFilesWhenItIsCommitted) {
     OutputFolder folder(outputs_, path_ + "/");
