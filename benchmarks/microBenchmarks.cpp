@@ -19,7 +19,7 @@
 namespace {
 
 constexpr std::uint64_t kFileLimit = 10 << 20;
-constexpr std::uint64_t kPoolBlocks = 1 << 20;
+constexpr std::uint64_t kSampleBlocks = 1 << 20;
 
 /// A folder in memory, gone with the object.
 class Folder {
@@ -98,7 +98,7 @@ std::unique_ptr<ZSBFile> MakeWriter(const std::string& path, bool compress) {
     static const std::string poolName = "DATA";
     static const GUID_t scanID{};
     return std::make_unique<ZSBFile>(path.c_str(), &poolName, true, &scanID, compress, 0,
-                                     kPoolBlocks, -1, kFileLimit);
+                                     kSampleBlocks, -1, kFileLimit);
 }
 
 void WriteFile(ZSBFile& file) {

@@ -16,9 +16,9 @@
 namespace {
 
 /// The words of the command line, one after the other.
-class Driver {
+class DialogueDriver {
   public:
-    explicit Driver(std::vector<std::string> words) : words_(std::move(words)) {}
+    explicit DialogueDriver(std::vector<std::string> words) : words_(std::move(words)) {}
 
     void Run() {
         const std::map<std::string, std::function<void()>> steps = {
@@ -98,7 +98,7 @@ int main(int argc, char** argv) {
         if (words.size() == 2 && words[0] == "run") {
             return HandOver(words[1].c_str());
         }
-        Driver(words).Run();
+        DialogueDriver(words).Run();
         return 0;
     } catch (const std::exception& failure) {
         std::cout << "failure: " << failure.what() << '\n';

@@ -9,14 +9,14 @@
 namespace support {
 namespace {
 
-constexpr std::uint64_t kBlockBytes = 4096;
+constexpr std::uint64_t kPageBytes = 4096;
 
 }  // namespace
 
 void UnsyncedWrites::Add(std::uint64_t offset, std::string_view bytes) {
     while (!bytes.empty()) {
         const std::size_t piece =
-            std::min<std::size_t>(kBlockBytes - offset % kBlockBytes, bytes.size());
+            std::min<std::size_t>(kPageBytes - offset % kPageBytes, bytes.size());
         pieces_.push_back({offset, std::string(bytes.substr(0, piece))});
         bytes.remove_prefix(piece);
         offset += piece;

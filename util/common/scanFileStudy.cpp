@@ -10,10 +10,6 @@ namespace {
 
 constexpr std::uint64_t kProgressStep = 1 << 20;
 
-std::string Blocks(std::uint64_t count, const char* what) {
-    return std::to_string(count) + (count == 1 ? " block " : " blocks ") + what;
-}
-
 /// Studies one file while it is read.
 class Student {
   public:
@@ -68,10 +64,10 @@ class Student {
 
     void JudgeBlocks() {
         if (outside_ != 0) {
-            Blame(ScanCode::kBlockRange, Blocks(outside_, "behind the pool's end"));
+            Blame(ScanCode::kBlockRange, BlocksText(outside_, "behind the pool's end"));
         }
         if (lower_ != 0) {
-            Blame(ScanCode::kBlockOrder, Blocks(lower_, "below the one before"));
+            Blame(ScanCode::kBlockOrder, BlocksText(lower_, "below the one before"));
         }
         study_.ascending = lower_ == 0;
     }

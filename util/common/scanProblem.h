@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 /// The stable words for what can be wrong with a set of scan files.
@@ -50,3 +51,8 @@ struct ScanProblem {
     std::string file;  ///< its name without folder; empty for the set as a whole
     std::string text;  ///< for people; names in it stand as they are
 };
+
+/// How many blocks a problem is about: "1 block behind the pool's end", "2 blocks ...".
+inline std::string BlocksText(std::uint64_t count, const char* what) {
+    return std::to_string(count) + (count == 1 ? " block " : " blocks ") + what;
+}

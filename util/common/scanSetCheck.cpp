@@ -10,10 +10,6 @@
 
 namespace {
 
-std::string Blocks(std::uint64_t count, const char* what) {
-    return std::to_string(count) + (count == 1 ? " block " : " blocks ") + what;
-}
-
 /// Holds the studies of a set's files against each other.
 class Examiner {
   public:
@@ -91,7 +87,7 @@ class Examiner {
         for (std::size_t i = 0; i < studies_.size(); ++i) {
             twice_[i] = suspects[i] ? (candidate++)->twice : studies_[i].repeated;
             if (twice_[i] != 0) {
-                Blame(i, ScanCode::kBlockTwice, Blocks(twice_[i], "that came before"));
+                Blame(i, ScanCode::kBlockTwice, BlocksText(twice_[i], "that came before"));
             }
         }
     }
@@ -140,11 +136,12 @@ class Examiner {
         report_.warnings = set_.Warnings();
         if (const std::uint64_t blocks = report_.types[kUserType]; blocks != 0) {
             report_.warnings.push_back(
-                {ScanCode::kUserBlocks, "", Blocks(blocks, "of no known type")});
+                {ScanCode::kUserBlocks, "", BlocksText(blocks, "of no known type")});
         }
         if (const std::uint64_t leaves = OtherLeaves(); leaves != 0) {
-            report_.warnings.push_back({ScanCode::kOtherFormat, "",
-                                        Blocks(leaves, "of the other pool format's leaf type")});
+            report_.warnings.push_back(
+                {ScanCode::kOtherFormat, "",
+                 BlocksText(leaves, "of the other pool format's leaf type")});
         }
     }
 

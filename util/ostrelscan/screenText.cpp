@@ -20,9 +20,9 @@ bool LocaleHolds(wchar_t character) {
 /// What takes no column of its own must belong to the character before it: all else without a width
 /// steers the terminal, and could turn the order of what an operator reads.
 bool HasPlace(wint_t character) {
-    const int columns = wcwidth(static_cast<wchar_t>(character));
-    return columns > 0 || (columns == 0 && (iswalpha(character) != 0 ||
-                                            iswctype(character, wctype("combining")) != 0));
+    const int width = wcwidth(static_cast<wchar_t>(character));
+    return width > 0 || (width == 0 && (iswalpha(character) != 0 ||
+                                        iswctype(character, wctype("combining")) != 0));
 }
 
 wchar_t Shown(wint_t character) {

@@ -13,7 +13,7 @@ namespace zsbtool {
 
 namespace {
 
-constexpr std::size_t kPiece = 262'144;  // goes to the system at once
+constexpr std::size_t kKeptOfTable = 262'144;  // goes to the system at once
 
 /// A text as one value: in quotes where it holds what parts values.
 void AppendText(std::string& line, std::string_view text) {
@@ -64,7 +64,7 @@ class CsvFile {
             AppendValue(kept_, values[i]);
         }
         kept_ += "\r\n";
-        if (kept_.size() >= kPiece) {
+        if (kept_.size() >= kKeptOfTable) {
             Flush();
         }
     }

@@ -7,7 +7,7 @@ namespace zsbtool {
 
 namespace {
 
-constexpr std::size_t kPiece = 65'536;
+constexpr std::size_t kKeptOfPage = 65'536;
 
 // The empty icon keeps browsers from asking the place that the page came from for one.
 constexpr const char* kHead = R"(<meta charset="utf-8">
@@ -107,7 +107,7 @@ void HtmlPage::Finish() {
 
 void HtmlPage::Put(std::string_view markup) {
     kept_ += markup;
-    if (kept_.size() >= kPiece) {
+    if (kept_.size() >= kKeptOfPage) {
         file_.Write(kept_);
         kept_.clear();
     }

@@ -38,7 +38,7 @@ constexpr int kWakeSignal = SIGUSR1;
 /// What a reader waits for is the disk or the inflating, and each has a piece of a file in memory.
 constexpr unsigned kMostThreads = 8;
 
-const MountedImage& Image() {
+const MountedImage& ImageOfMount() {
     return *static_cast<const MountedImage*>(fuse_get_context()->private_data);
 }
 
@@ -52,10 +52,10 @@ int GetAttributes(const char* path, struct stat* attributes, fuse_file_info* /*i
     attributes->st_nlink = file ? 1 : 2;
     attributes->st_uid = getuid();
     attributes->st_gid = getgid();
-    attributes->st_mtime = attributes->st_ctime = attributes->st_atime = Image().time;
+    attributes->st_mtime = attributes->st_ctime = attributes->st_atime = ImageOfMount().time;
     if (file) {
-        attributes->st_size = static_cast<off_t>(Image().bytes);
-        attributes->st_blocks = static_cast<blkcnt_t>(Image().heldBytes / kSector);
+        attributes->st_size = static_cast<off_t>(ImageOfMount().bytes);
+        attributes->st_blocks = static_cast<blkcnt_t>(ImageOfMount().heldBytes / kSector);
     }
     return 0;
 }
@@ -78,7 +78,7 @@ int OpenImage(const char* /*path*/, fuse_file_info* info) {
 
 int ReadImage(const char* /*path*/, char* buffer, std::size_t size, off_t offset,
               fuse_file_info* /*info*/) {
-    const MountedImage& image = Image();
+    const MountedImage& image = ImageOfMount();
     const auto from = static_cast<std::uint64_t>(offset);
     const std::size_t count = from < image.bytes ? std::min(size, image.bytes - from) : 0;
     try {

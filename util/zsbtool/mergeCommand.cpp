@@ -18,7 +18,7 @@ namespace zsbtool {
 
 namespace {
 
-using Findings = std::vector<ScanSetMerge::Finding>;
+using MergeFindings = std::vector<ScanSetMerge::Finding>;
 
 /// Sets are numbered from 1 for people and programs.
 std::string SetText(std::size_t set) {
@@ -102,7 +102,7 @@ class MergeReport {
         json_->EndList();
     }
 
-    void PutFindings(const char* name, const Findings& findings) {
+    void PutFindings(const char* name, const MergeFindings& findings) {
         json_->BeginList(name);
         for (const ScanSetMerge::Finding& finding : findings) {
             const ScanProblem& problem = finding.problem;
@@ -119,7 +119,7 @@ class MergeReport {
 
     void PutFindings(const ScanSetMerge& merge) {
         Table table({{""}, {"set", true}, {"code"}, {"file"}, {"what"}});
-        const auto add = [&table](const Findings& findings, const Cell& what) {
+        const auto add = [&table](const MergeFindings& findings, const Cell& what) {
             for (const ScanSetMerge::Finding& finding : findings) {
                 table.Row({what, SetText(finding.set), finding.problem.code, finding.problem.file,
                            finding.problem.text});

@@ -9,7 +9,7 @@ namespace zsbtool {
 
 namespace {
 
-constexpr std::size_t kPiece = 65'536;
+constexpr std::size_t kSentAtOnce = 65'536;
 
 }  // namespace
 
@@ -19,7 +19,7 @@ OutputFailure::OutputFailure(int error)
 
 void Output::Write(std::string_view text) {
     kept_ += text;
-    if (streaming_ && kept_.size() >= kPiece) {
+    if (streaming_ && kept_.size() >= kSentAtOnce) {
         Flush();
     }
 }

@@ -20,21 +20,21 @@ namespace zsbtool {
 
 namespace {
 
-enum class Verdict { kOk, kWarning, kStop };
+enum class Grade { kOk, kWarning, kStop };
 
 /// One thing that was looked at.
 struct Item {
     const char* check;
-    Verdict verdict;
+    Grade verdict;
     std::string text;
 };
 
-const char* Word(Verdict verdict) {
+const char* Word(Grade verdict) {
     constexpr const char* kWords[] = {"ok", "warning", "stop"};
     return kWords[static_cast<std::size_t>(verdict)];
 }
 
-Tone ToneOf(Verdict verdict) {
+Tone ToneOf(Grade verdict) {
     constexpr Tone kTones[] = {Tone::kGood, Tone::kWarning, Tone::kBad};
     return kTones[static_cast<std::size_t>(verdict)];
 }
@@ -110,10 +110,10 @@ class Inspection {
         LookAtNames();
         LookAtPoolName(pool);
         if (!device_.blockDevice) {
-            Add("block-device", Verdict::kStop, "it is no block device");
+            Add("block-device", Grade::kStop, "it is no block device");
             return std::move(items_);
         }
-        Add("block-device", Verdict::kOk, "it is a block device");
+        Add("block-device", Grade::kOk, "it is a block device");
         LookAtSize();
         LookAtUse();
         LookAtSuperblock();
@@ -122,17 +122,17 @@ class Inspection {
     }
 
   private:
-    void Add(const char* check, Verdict verdict, std::string text) {
+    void Add(const char* check, Grade verdict, std::string text) {
         items_.push_back({check, verdict, std::move(text)});
     }
 
     void LookAtProblems() {
         const ScanSetReport& report = source_.checked.report;
         if (report.Restorable()) {
-            Add("problems", Verdict::kOk, "the set is restorable");
+            Add("problems", Grade::kOk, "the set is restorable");
             return;
         }
-        Add("problems", Verdict::kStop,
+        Add("problems", Grade::kStop,
             "the set has " + Counted(report.problems.size(), "problem") +
                 ", which \"zsbtool check\" names");
     }
@@ -141,16 +141,16 @@ class Inspection {
     void LookAtNames() {
         const ScanFileName& own = set_.Listing().first;
         if (!own.restorable) {
-            Add("ending", Verdict::kStop,
+            Add("ending", Grade::kStop,
                 "its files are .ZSB, and a restore takes .ZRB: \"zsbtool prepare\" makes them");
             return;
         }
-        Add("ending", Verdict::kOk, "its files are .ZRB");
+        Add("ending", Grade::kOk, "its files are .ZRB");
         const ScanFileName taken = ListScanSet(set_.Listing().folder, {{}, true}).first;
         if (own.setNumber == 0 && own.letter == taken.letter) {
-            Add("choice", Verdict::kOk, "it is the set that a restore takes");
+            Add("choice", Grade::kOk, "it is the set that a restore takes");
         } else {
-            Add("choice", Verdict::kStop, "a restore looks for " + taken.Text());
+            Add("choice", Grade::kStop, "a restore looks for " + taken.Text());
         }
     }
 
@@ -158,7 +158,7 @@ class Inspection {
         const ScanSetFile* model = set_.Model();
         const std::string stored = model != nullptr ? model->poolName : "";
         const bool same = Ascii::EqualIgnoringCase(stored, pool);
-        Add("pool-name", same ? Verdict::kOk : Verdict::kWarning,
+        Add("pool-name", same ? Grade::kOk : Grade::kWarning,
             "the set is of pool \"" + stored + "\"" +
                 (same ? "" : ", and it is to go onto \"" + pool + "\""));
     }
@@ -169,14 +169,14 @@ class Inspection {
         const std::uint64_t blocks = device_.bytes / kPoolBlockSize;
         const std::string size = ReadableSize(device_.bytes) + ", " + Counted(blocks, "block");
         if (source_.extent.highest && blocks <= *source_.extent.highest) {
-            Add("size", Verdict::kStop,
+            Add("size", Grade::kStop,
                 size + ": too small for block " + std::to_string(*source_.extent.highest));
         } else if (blocks != wanted) {
-            Add("size", Verdict::kWarning,
+            Add("size", Grade::kWarning,
                 size + (blocks < wanted ? ": smaller" : ": larger") + " than the pool with its " +
                     Counted(wanted, "block"));
         } else {
-            Add("size", Verdict::kOk, size + ", as the pool");
+            Add("size", Grade::kOk, size + ", as the pool");
         }
     }
 
@@ -189,13 +189,13 @@ class Inspection {
     }
 
     void LookAtUse() {
-        Add("read-only", device_.readOnly ? Verdict::kStop : Verdict::kOk,
+        Add("read-only", device_.readOnly ? Grade::kStop : Grade::kOk,
             device_.readOnly ? "it is read-only" : "it can be written");
         const bool mounted = !device_.mountPoints.empty();
-        Add("mounted", mounted ? Verdict::kStop : Verdict::kOk,
+        Add("mounted", mounted ? Grade::kStop : Grade::kOk,
             mounted ? "it is mounted at " + Joined(device_.mountPoints) : "it is not mounted");
         const bool held = device_.held || !device_.holders.empty();
-        Add("held", held ? Verdict::kStop : Verdict::kOk,
+        Add("held", held ? Grade::kStop : Grade::kOk,
             !held                     ? "nobody holds it"
             : device_.holders.empty() ? "somebody holds it"
                                       : "it is held by " + Joined(device_.holders));
@@ -204,24 +204,24 @@ class Inspection {
     void LookAtSuperblock() {
         const bool is32 = device_.magic == kMagicSuperblock32;
         if (device_.readError != 0) {
-            Add("superblock", Verdict::kStop,
+            Add("superblock", Grade::kStop,
                 std::string("its superblock cannot be read: ") + std::strerror(device_.readError));
         } else if (!is32 && device_.magic != kMagicSuperblock64) {
-            Add("superblock", Verdict::kStop, "there is no superblock on it");
+            Add("superblock", Grade::kStop, "there is no superblock on it");
         } else if (const auto format = source_.Format(); format && *format != *device_.magic) {
-            Add("superblock", Verdict::kStop,
+            Add("superblock", Grade::kStop,
                 std::string("its superblock is of a ") + (is32 ? "Z32" : "Z64") +
                     " pool, and the set is of the other format");
         } else {
-            Add("superblock", Verdict::kOk,
+            Add("superblock", Grade::kOk,
                 std::string("its superblock is of a ") + (is32 ? "Z32" : "Z64") + " pool");
         }
     }
 
     void LookAtIdentity() {
         const DeviceIdentity& identity = device_.identity;
-        Add("model", Verdict::kOk, identity.model.empty() ? "unknown" : identity.model);
-        Add("serial", identity.serial.empty() ? Verdict::kWarning : Verdict::kOk,
+        Add("model", Grade::kOk, identity.model.empty() ? "unknown" : identity.model);
+        Add("serial", identity.serial.empty() ? Grade::kWarning : Grade::kOk,
             identity.serial.empty() ? "there is none to compare" : identity.serial);
     }
 
@@ -247,8 +247,8 @@ class PreflightCommand final : public Command {
         const TargetDevice device = TargetDevice::Examine(device_);
         const Source source = Source::Read(frame.settings, std::move(set));
         const std::vector<Item> items = Inspection(source, device).Inspect(pool_);
-        const auto stops = static_cast<std::size_t>(std::ranges::count(
-            items, Verdict::kStop, [](const Item& item) { return item.verdict; }));
+        const auto stops = static_cast<std::size_t>(
+            std::ranges::count(items, Grade::kStop, [](const Item& item) { return item.verdict; }));
         const std::string command = RestoreCommand(source);
         if (frame.settings.json) {
             PutDocument(frame.out, items, command);
