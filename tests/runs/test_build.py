@@ -82,11 +82,15 @@ def test_a_release_binary_is_hardened(release, binary):
 
 def test_every_source_of_the_product_is_fortified(release):
     commands = json.loads((release / "compile_commands.json").read_text(encoding="utf-8"))
-    product = [entry for entry in commands
-               if entry["file"].startswith((f"{house.ROOT}/util/", f"{house.ROOT}/sim/"))]
-    assert len(product) > 50
-    assert [entry["file"] for entry in product
-            if not re.search(r"-D_FORTIFY_SOURCE=[23]", entry["command"])] == []
+    product = {}
+    for entry in commands:
+        output = re.search(r" -o ((?:util|sim)/\S+)", entry["command"])
+        if output:
+            product[output[1]] = entry["command"]
+    assert {output.split("/CMakeFiles")[0] for output in product} == {
+        "util/common", "util/ostrelscan", "util/zsbtool", "sim"}
+    assert [output for output, command in product.items()
+            if not re.search(r"-D_FORTIFY_SOURCE=[23]", command)] == []
     assert "__snprintf_chk" in said("readelf", "--dyn-syms", "--wide", release / PROGRAMS[0])
 
 
