@@ -38,6 +38,7 @@ FUNCTIONS = {**SYSTEM, **RETRIED, **ZLIB}
 ONCE, TWICE, FROM_THEN_ON = 1, 2, 0
 PER_FILE = 2
 MANY = 200  # no short run makes so many calls of one function
+STRIDE = int(os.environ.get("OSTREL_STRIDE", "1"))  # every so many of them fail
 
 # Why a run failed, as the log says it: the pass's message, or why there was no pass at all.
 REASON = re.compile(r"util/ostrelscan/scanUI\[(497|727|532)\] .*\S"
@@ -216,9 +217,9 @@ def strike(work, fault, folder, start):
 
 
 def walk(work, call, times, folder, start):
-    """Counts upward until a run passes untouched; how many calls failed, and what went wrong."""
+    """Counts upward until a run passes untouched; how many calls came before, and what went wrong."""
     found = []
-    for at in range(1, MANY):
+    for at in range(1, MANY, STRIDE):
         struck, wrong = strike(work, Fault(call, at, times), folder / f"{call}.{times}.{at}", start)
         found += wrong
         if not struck:

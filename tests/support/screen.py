@@ -47,13 +47,20 @@ def _row(cells, columns):
     return text
 
 
+def _copied(buffer):
+    """The lines of a screen and their cells; a cell itself never changes."""
+    copied = copy.copy(buffer)
+    copied.update((row, copy.copy(line)) for row, line in buffer.items())
+    return copied
+
+
 class Picture:
     """A screen at one moment: its rows at full width and each cell with its attributes."""
 
     def __init__(self, screen):
         self.rows = [_row(screen.buffer[row], screen.columns) for row in range(screen.lines)]
         self.cursor = (screen.cursor.y, screen.cursor.x)
-        self._cells = copy.deepcopy(screen.buffer)
+        self._cells = _copied(screen.buffer)
 
     @property
     def text(self):
@@ -100,7 +107,7 @@ class _Screen(pyte.Screen):
 
     def set_mode(self, *modes, **kwargs):
         if kwargs.get("private") and ALTERNATE_SCREEN & set(modes) and self._main is None:
-            self._main = (copy.deepcopy(self.buffer), copy.copy(self.cursor))
+            self._main = (_copied(self.buffer), copy.copy(self.cursor))
             self.erase_in_display(2)
         super().set_mode(*modes, **kwargs)
 

@@ -8,11 +8,12 @@ import os
 import pathlib
 import subprocess
 
-import jsonschema
+import fastjsonschema
 import pytest
 
 import ostrelscan
 
+NotOfSchema = fastjsonschema.JsonSchemaException
 SCHEMAS = pathlib.Path(__file__).resolve().parents[2] / "docs" / "schema"
 
 
@@ -33,9 +34,12 @@ class Run:
 
 @functools.lru_cache
 def schema(command):
-    found = json.loads((SCHEMAS / f"{command}.json").read_text(encoding="utf-8"))
-    jsonschema.Draft7Validator.check_schema(found)
-    return found
+    return json.loads((SCHEMAS / f"{command}.json").read_text(encoding="utf-8"))
+
+
+@functools.lru_cache
+def _validator(command):
+    return fastjsonschema.compile(schema(command))
 
 
 def run(*arguments, env=None, timeout=120, before=(), **how):
@@ -63,7 +67,7 @@ def _no_twins(pairs):
 def checked(command, text):
     """The document in a text, which must be of its command's schema."""
     document = json.loads(text, object_pairs_hook=_no_twins)
-    jsonschema.validate(document, schema(command), cls=jsonschema.Draft7Validator)
+    _validator(command)(document)
     return document
 
 

@@ -2,6 +2,7 @@
 
 import os
 
+import jsonschema
 import pytest
 
 import zsbtool
@@ -59,3 +60,13 @@ def test_a_broken_pipe_ends_silently():
     finally:
         os.close(write)
     assert (shown.status, shown.err) == (1, "")
+
+
+@pytest.mark.parametrize("path", sorted(zsbtool.SCHEMAS.glob("*.json")), ids=lambda path: path.stem)
+def test_every_schema_is_one(path):
+    jsonschema.Draft7Validator.check_schema(zsbtool.schema(path.stem))
+
+
+def test_a_document_that_is_not_of_its_schema_is_noticed():
+    with pytest.raises(zsbtool.NotOfSchema):
+        zsbtool.checked("check", "{}")
