@@ -262,9 +262,10 @@ def seconds_of_reads(disk, count):
     return time.monotonic() - begin
 
 
-def test_faultdisk_takes_its_time_for_each_request(fault_disk, tmp_path):
+@pytest.mark.parametrize("way", [(), ("queued",)], ids=["alone", "queued"])
+def test_faultdisk_takes_its_time_for_each_request(fault_disk, tmp_path, way):
     image = loopdev.sparse_image(tmp_path / "image", 16 * BLOCK)
-    with fault_disk(image, tmp_path / "mnt", "latency=50000") as disk:
+    with fault_disk(image, tmp_path / "mnt", "latency=50000", *way) as disk:
         assert seconds_of_reads(disk, 8) >= 8 * 0.05
         disk.command("latency 0")
         disk.command("bandwidth 1")

@@ -32,6 +32,7 @@ constexpr std::string_view kDisk = "/disk";
 constexpr std::string_view kControl = "/control";
 constexpr std::string_view kCut = "cut ";
 constexpr const char* kAtOnce = "atonce";
+constexpr const char* kQueued = "queued";
 /// More than a queue of the system sends.
 constexpr unsigned kMostAtOnce = 64;
 
@@ -41,6 +42,7 @@ struct Disk {
     support::UnsyncedWrites unsynced;
     support::DiskPace pace;
     bool atOnce = false;  // whether many requests are served at once
+    bool queued = false;  // whether the next one begins before the last one's bytes are handed over
     std::mutex turn;      // of all this, but for what requests wait for
 };
 
@@ -155,7 +157,9 @@ int Read(const char* path, char* buffer, std::size_t bytes, off_t offset,
         return -error;
     }
     KeepPace(turn, bytes);
+    turn.unlock();
     const int count = Result(pread(TheDisk().image, buffer, bytes, offset));
+    turn.lock();
     if (count > 0) {
         TheDisk().unsynced.LayOver(static_cast<std::uint64_t>(offset),
                                    {buffer, static_cast<std::size_t>(count)});
@@ -234,8 +238,9 @@ fuse_operations Operations() {
 
 /// "badread=17,18" on the command line is "badread 17,18" in the control file.
 bool TakeFault(Disk& disk, std::string fault) {
-    if (fault == kAtOnce) {
-        disk.atOnce = true;
+    if (fault == kAtOnce || fault == kQueued) {
+        disk.atOnce = fault == kAtOnce;
+        disk.queued = fault == kQueued;
         return true;
     }
     std::replace(fault.begin(), fault.end(), '=', ' ');
@@ -245,7 +250,9 @@ bool TakeFault(Disk& disk, std::string fault) {
 /// Serves in the foreground, one request at a time or many, until a signal ends it and unmounts.
 int Serve(Disk& disk, char* program, char* mountPoint) {
     std::string foreground = "-f";
-    std::string threads = disk.atOnce ? "-omax_threads=" + std::to_string(kMostAtOnce) : "-s";
+    const std::string most = std::to_string(kMostAtOnce);
+    std::string threads =
+        disk.atOnce || disk.queued ? "-omax_threads=" + most + ",max_idle_threads=" + most : "-s";
     std::array<char*, 4> arguments{program, foreground.data(), threads.data(), mountPoint};
     const fuse_operations operations = Operations();
     return fuse_main(static_cast<int>(arguments.size()), arguments.data(), &operations, &disk) == 0
@@ -260,7 +267,7 @@ int main(int argc, char** argv) {
         std::fputs(
             "Usage: faultdisk IMAGE MOUNTPOINT [badread=17,20-24] [badwrite=20] "
             "[enospc=30] [pause=3000] [flaky=1] [delay=50] [slowing=1] [readonly] [gone] "
-            "[volatile] [cutat=300] [latency=1000] [bandwidth=100] [atonce]\n",
+            "[volatile] [cutat=300] [latency=1000] [bandwidth=100] [atonce] [queued]\n",
             stderr);
         return 1;
     }
