@@ -1,8 +1,6 @@
 #include "util/ostrelscan/deviceCache.h"
 
 #include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -12,9 +10,11 @@
 namespace {
 
 constexpr unsigned kPieceShift = 20;
-/// What every device takes, where it does not tell; the system cuts a larger request to what its
-/// queue takes at once.
+/// What every device takes at once.
 constexpr std::uint64_t kSmallRequest = 128 << 10;
+/// What is asked for comes into single pages, of which a request takes 128 as a rule. What is read
+/// may come into larger ones, so that a device that takes more at once can lose by being asked.
+constexpr std::uint64_t kAskedRequest = 512 << 10;
 /// A piece that took longer was waited for: what keeps up delivers it in half that time.
 constexpr std::chrono::microseconds kSlow(500);
 /// One late piece alone may be another process's turn on the processor.
@@ -40,23 +40,12 @@ bool IsCached(int descriptor, std::uint64_t piece) {
     return (resident & 1U) != 0;
 }
 
-/// The largest request that is not cut.
-std::uint64_t RequestOf(int descriptor) {
-    constexpr unsigned kSectorShift = 9;
-    unsigned short sectors = 0;
-    if (ioctl(descriptor, BLKSECTGET, &sectors) != 0) {
-        return kSmallRequest;
-    }
-    const std::uint64_t bytes = std::bit_floor(std::uint64_t{sectors} << kSectorShift);
-    return std::clamp(bytes, kSmallRequest, std::uint64_t{1} << kPieceShift);
-}
-
 }  // namespace
 
-void DeviceCache::Begin(int descriptor) {
+void DeviceCache::Begin(int descriptor, std::uint64_t request) {
     *this = {};
     descriptor_ = descriptor;
-    request_ = RequestOf(descriptor);
+    request_ = std::clamp(std::bit_floor(request), kSmallRequest, std::uint64_t{1} << kPieceShift);
 }
 
 void DeviceCache::WillRead(std::uint64_t offset) {
@@ -106,9 +95,13 @@ void DeviceCache::Judge(std::uint64_t piece) {
     if (slow) {
         waitsUntil_ = piece + kMemory;
     }
+    const bool waits = slow && waited;
+    if (waits && request_ <= kAskedRequest) {
+        askUntil_ = piece + kMemory;
+    }
     if (piece < askUntil_) {
         Ask(piece, piece + kAskedAhead);
-    } else if (trying_ || (slow && waited)) {
+    } else if (trying_ || waits) {
         sum_ += time_;
         if (++sampled_ == kSample) {
             Conclude(piece);

@@ -7,16 +7,18 @@
 
 /// The system's page cache below a pass that reads a device from its start to its end. While the
 /// device makes the pass wait, the pass reads more at once, and the cache is asked for what comes
-/// next, where that pays: a trial tells, since a device that does one thing at a time has nothing
-/// of it. What the pass has brought into the cache is taken out again behind it. Nothing is asked
-/// of a device that keeps up, or that has just failed to read: each bad block of what was asked for
-/// would cost its time once more. Used by one thread.
+/// next, so that the device works while the pass does something else. Where a device is read in
+/// larger requests than it can be asked in, a trial tells whether that pays. What the pass has
+/// brought into the cache is taken out again behind it. Nothing is asked of a device that keeps up,
+/// or that has just failed to read: each bad block of what was asked for would cost its time once
+/// more. Used by one thread.
 ///
 /// Offsets are in bytes. Whatever the system refuses is left undone: nothing depends on it.
 class DeviceCache {
   public:
-    /// Begins with a device; its descriptor is the caller's, open until another `Begin`, or none.
-    void Begin(int descriptor);
+    /// Begins with a device that takes `request` bytes at once, 0 where it does not tell. Its
+    /// descriptor is the caller's, open until another `Begin`.
+    void Begin(int descriptor, std::uint64_t request);
 
     /// What is at `offset` will be read now.
     void WillRead(std::uint64_t offset);
@@ -35,7 +37,7 @@ class DeviceCache {
     /// is cached already ahead of that. Both are what the pass adds to the cache at most.
     static constexpr std::uint64_t kAskedAhead = 16;
     static constexpr std::uint64_t kLookedAhead = 32;
-    static constexpr std::uint64_t kFirstPause = 256;
+    static constexpr std::uint64_t kFirstPause = 1024;
 
     void Enter(std::uint64_t piece);
     void Judge(std::uint64_t piece);

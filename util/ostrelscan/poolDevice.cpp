@@ -37,6 +37,14 @@ std::optional<std::uint64_t> SizeOf(int descriptor) {
     return {};
 }
 
+/// How many bytes it takes at once, where it can tell.
+std::uint64_t RequestOf(int descriptor) {
+    constexpr unsigned kSectorShift = 9;
+    unsigned short sectors = 0;
+    ioctl(descriptor, BLKSECTGET, &sectors);
+    return std::uint64_t{sectors} << kSectorShift;
+}
+
 /// The block behind the last one, as far as anybody knows.
 std::uint64_t EndOf(int descriptor) {
     struct stat facts {};
@@ -66,7 +74,7 @@ void PoolDevice::ForgetWindow() {
 
 void PoolDevice::Forget() {
     ForgetWindow();
-    cache_.Begin(-1);
+    cache_ = {};
     stretchStart_ = stretchEnd_ = distrustEnd_ = 0;
     direct_ = FileDescriptor();
     directTried_ = false;
@@ -85,7 +93,7 @@ int PoolDevice::Open(const char* path, const char* mode, std::uint64_t windowBlo
 int PoolDevice::OpenForReading(const char* path) {
     const int error = Open(path, "r", kWindowBlocks);
     if (error == 0) {
-        cache_.Begin(stream_.Descriptor());
+        cache_.Begin(stream_.Descriptor(), RequestOf(stream_.Descriptor()));
     }
     return error;
 }

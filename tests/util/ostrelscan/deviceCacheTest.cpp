@@ -18,6 +18,7 @@ using namespace std::chrono_literals;
 
 constexpr std::uint64_t kPiece = 1 << 20;
 constexpr std::uint64_t kPieces = 40;
+constexpr std::uint64_t kLargeRequest = 1280 << 10;
 
 class Cache : public testing::Test {
   protected:
@@ -31,7 +32,7 @@ class Cache : public testing::Test {
         }
         // The kernel's own reading ahead would blur what is looked at.
         posix_fadvise(file_.Get(), 0, 0, POSIX_FADV_RANDOM);
-        cache_.Begin(file_.Get());
+        cache_.Begin(file_.Get(), kLargeRequest);
     }
 
     void Fetch(std::uint64_t piece) {
@@ -131,8 +132,22 @@ TEST_F(Cache, IsNotAskedWhereThatDoesNotPay) {
     }
 }
 
+TEST_F(Cache, IsAskedAheadAtOnceWhereRequestsAreSmall) {
+    constexpr std::uint64_t unknown = 0;
+    for (const std::uint64_t request : {std::uint64_t{128} << 10, unknown}) {
+        cache_.Begin(file_.Get(), request);
+        posix_fadvise(file_.Get(), 0, 0, POSIX_FADV_DONTNEED);
+        Read(0, 1ms);
+        Read(1, 1ms);
+        EXPECT_FALSE(IsCached(2));
+        Read(2, 1ms);
+        AwaitCached(2 + 16);
+        EXPECT_FALSE(IsCached(2 + 17));
+    }
+}
+
 TEST_F(Cache, BelongsToADeviceThatIsThere) {
-    cache_.Begin(-1);
+    cache_ = {};
     for (std::uint64_t piece = 0; piece < kPieces; ++piece) {
         Read(piece, 1ms);
         EXPECT_FALSE(cache_.MakesWait());
