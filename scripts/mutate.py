@@ -31,7 +31,7 @@ import shutil
 import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-BUILD = ROOT / "build" / "release"
+BUILD = ROOT / "build" / "debug"  # where every source is compiled by itself
 WORK = ROOT / "build" / "mutate"
 PYTHON = "/usr/bin/python3"  # the one that Debian's packages are for
 UNTOUCHED = {"errorTable", "qdsNitErrorTable", "usage", "main"}  # tables and texts
@@ -234,8 +234,7 @@ def run(command, seconds, **how):
 
 
 class Bench:
-    """The release build, with objects in it that have the mutants: they come first where a program is
-    linked."""
+    """A build, with objects in it that have the mutants: they come first where a program is linked."""
 
     def __init__(self):
         shutil.rmtree(WORK, ignore_errors=True)
@@ -323,8 +322,8 @@ def stages(bench, mutant, options):
 
 def killer(bench, mutant, options):
     """What notices the mutant, or nothing."""
-    environment = {**os.environ, "MUTANT": str(mutant.number), "PYTHONDONTWRITEBYTECODE": "1",
-                   "OSTREL_BUILD": str(bench.shadow)}
+    environment = {**os.environ, "MUTANT": str(mutant.number), "OSTREL_BUILD": str(bench.shadow),
+                   "PYTHONPYCACHEPREFIX": str(ROOT / "build" / "pycache"), "PYTHONDONTWRITEBYTECODE": ""}
     for command in stages(bench, mutant, options):
         if by := run(command, SECONDS, env=environment, cwd=WORK):
             return by
