@@ -10,6 +10,7 @@
 #include "tests/support/fileBytes.h"
 #include "tests/support/inflated.h"
 #include "tests/support/scanFileImage.h"
+#include "tests/support/stride.h"
 #include "tests/support/temporaryDirectory.h"
 #include "util/common/fileDescriptor.h"
 #include "util/common/scanFileStudy.h"
@@ -23,13 +24,6 @@ using testing::ElementsAreArray;
 
 constexpr std::size_t kRecordBytes = 4104;
 constexpr std::uint64_t kHuge = ~std::uint64_t{0};
-
-// The thread sanitizer makes every open and close dear, and has nothing to find on one thread.
-#ifdef __SANITIZE_THREAD__
-constexpr std::size_t kStep = 23;
-#else
-constexpr std::size_t kStep = 1;
-#endif
 
 ScanFileImage Closed(ScanFileImage image) {
     return image.SetNumber(12, 4, 1'700'000'000).SetNumber(32, 8, 100);
@@ -152,7 +146,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EitherDamagedSet, testing::Bool(),
 TEST_P(EitherDamagedSet, IsFoundWhereverItIsCut) {
     const ScanFileImage image = Image();
     image.Write(path_);
-    for (std::size_t size = image.Size() - 1; size < image.Size(); size -= kStep) {
+    for (std::size_t size = image.Size() - 1; size < image.Size(); size -= support::Stride()) {
         ASSERT_EQ(truncate(path_.c_str(), static_cast<off_t>(size)), 0);
         const std::vector<std::string> wanted =
             size < ScanFileImage::kHeaderBytes
@@ -172,13 +166,13 @@ TEST_P(EitherDamagedSet, IsFoundWhicheverByteOfItsDataIsFlipped) {
             static_cast<char>(static_cast<unsigned char>(image.Bytes()[offset]) ^ mask);
         ASSERT_EQ(pwrite(file.Get(), &byte, 1, static_cast<off_t>(offset)), 1);
     };
-    for (std::size_t offset = 660; offset < image.Size(); offset += kStep) {
+    for (std::size_t offset = 660; offset < image.Size(); offset += support::Stride()) {
         for (const unsigned mask :
              GetParam() ? std::vector{0x01U, 0x80U, 0xFFU} : std::vector{1U}) {
             put(offset, mask);
             // A compressed stream is filled up to whole bytes by bits that say nothing.
-            const std::string data = support::ReadFile(path_).substr(660);
-            const bool same = GetParam() && support::Inflated(data) == records;
+            const bool same =
+                GetParam() && support::Inflated(support::ReadFile(path_).substr(660)) == records;
             ASSERT_EQ(Codes().empty(), same) << offset << " with " << mask;
         }
         put(offset, 0);

@@ -11,6 +11,7 @@
 
 #include "tests/support/capturedLog.h"
 #include "tests/support/scanFileImage.h"
+#include "tests/support/stride.h"
 #include "tests/support/temporaryDirectory.h"
 #include "util/common/fileDescriptor.h"
 #include "util/common/zsbFile.h"
@@ -32,12 +33,6 @@ constexpr int kNoMoreInput = 0x22115000 - 5;
 
 constexpr std::size_t kRecordBytes = 4104;
 
-// The thread sanitizer makes every open and close dear, and has nothing to find on one thread.
-#ifdef __SANITIZE_THREAD__
-constexpr std::size_t kStep = 23;
-#else
-constexpr std::size_t kStep = 1;
-#endif
 constexpr std::uint64_t kHuge = ~std::uint64_t{0};
 
 std::vector<TestRecord> TwoRecords() {
@@ -228,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EitherDamagedFile, testing::Bool(),
 TEST_P(EitherDamagedFile, CutAtAnyLengthLosesTheTailAlone) {
     const ScanFileImage image = Image();
     image.Write(path_);
-    for (std::size_t size = image.Size() - 1; size < image.Size(); size -= kStep) {
+    for (std::size_t size = image.Size() - 1; size < image.Size(); size -= support::Stride()) {
         ASSERT_EQ(truncate(path_.c_str(), static_cast<off_t>(size)), 0);
         const Outcome outcome = ReadToTheEnd();
         ASSERT_TRUE(IsFrontOf(outcome.records, records_)) << "cut at " << size;
@@ -253,7 +248,7 @@ TEST_P(EitherDamagedFile, FlippedInAnyByteIsFoundOrDoesNotMatter) {
             static_cast<char>(static_cast<unsigned char>(image.Bytes()[offset]) ^ mask);
         ASSERT_EQ(pwrite(file.Get(), &byte, 1, static_cast<off_t>(offset)), 1);
     };
-    for (std::size_t offset = 0; offset < image.Size(); offset += kStep) {
+    for (std::size_t offset = 0; offset < image.Size(); offset += support::Stride()) {
         // Raw blocks are all alike to the reader.
         const bool manyWays = GetParam() || offset < ScanFileImage::kHeaderBytes;
         for (const unsigned mask : manyWays ? std::vector{0x01U, 0x80U, 0xFFU} : std::vector{1U}) {
