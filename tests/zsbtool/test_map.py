@@ -92,6 +92,8 @@ def test_every_type_has_a_colour_of_its_own(tmp_path):
     assert zsbtool.run("map", tmp_path, "-o", tmp_path / "map.svg").status == 0
     colours = re.findall(r'fill="(#[0-9a-f]{6})"><title>', (tmp_path / "map.svg").read_text())
     assert len(colours) == len(set(colours)) == len(poolTypes.NAMES)
+    parts = [[int(colour[at:at + 2], 16) for at in (1, 3, 5)] for colour in colours]
+    assert {round((max(one) + min(one)) / 510, 2) for one in parts} <= {0.4, 0.53, 0.6, 0.66}
 
 
 def test_the_legend_stands_in_rows_below_the_cells(tmp_path):
@@ -106,6 +108,8 @@ def test_the_legend_stands_in_rows_below_the_cells(tmp_path):
     rows = sorted({y for y, _ in places})
     assert places == [(y, x) for y in rows for x in sorted({x for _, x in places})][:len(places)]
     assert len({x for _, x in places}) == 4 and len(places) == len(of_every_type())
+    captions = [int(text.get("y")) for text in drawing.iter(f"{SVG}text")]
+    assert captions[0] == below + 20
     assert below < rows[0] < below + 60 and rows[-1] + 12 < height and places[3][1] + 12 < width
     assert {after - before for before, after in zip(rows, rows[1:])} == {20}
 

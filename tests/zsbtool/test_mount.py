@@ -55,9 +55,9 @@ def mounted(made, where, *options, status=0, told=(), **how):
     """The image of a set, which is mounted in the background; `told` is what must be said."""
     where.mkdir(exist_ok=True)
     done = zsbtool.run("mount", *options, made, where, **how)
-    assert (done.status, done.text) == (status, "")
-    assert done.err.splitlines() == [f"zsbtool: {line}" for line in told]
     try:
+        assert (done.status, done.text) == (status, "")
+        assert done.err.splitlines() == [f"zsbtool: {line}" for line in told]
         yield where / "pool.img"
     finally:
         unmount(where)

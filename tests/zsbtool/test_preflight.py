@@ -121,6 +121,14 @@ def test_files_that_are_not_renamed_stop_it(tmp_path, loop):
         assert verdicts(preflight(tmp_path / "out", device)) == NOTHING_ELSE
 
 
+def test_people_are_told_how_many_stops_there_are_if_any(tmp_path, loop):
+    source, image = Set(suffix="ZSB").write(tmp_path / "set"), pool_image(tmp_path / "image")
+    with loop(image) as device:
+        assert "do not restore: 1 stop\n" in zsbtool.run("preflight", source, "POOL", device).text
+        assert zsbtool.run("prepare", source, tmp_path / "out").status == 0
+        assert "do not" not in zsbtool.run("preflight", tmp_path / "out", "POOL", device).text
+
+
 def test_a_set_that_a_restore_would_pass_over_stops_it(tmp_path, loop):
     image = pool_image(tmp_path / "image")
     Set().write(tmp_path / "set")
