@@ -3,9 +3,9 @@
 A mutant is one small change of one statement of util/ that the tests run: a comparison, a sum, a
 constant, a condition turned round, a call left out. All of them are compiled into one set of programs,
 each behind a switch that the environment's MUTANT turns, so that a mutant costs no more than the tests
-that are run on it: the unit tests of its file, the whole runs that know it best, all unit tests, then
-other whole runs that go through its file. The first failure kills it. They are chosen at random, by a
-seed, so that a run can be repeated.
+that are run on it: the unit tests of its file, the whole runs that know it best, others that go through
+its file, and all unit tests. The first failure kills it. They are chosen at random, by a seed, so that
+a run can be repeated.
 
     --count N       how many mutants (330; those that do not compile are left out)
     --seed N        which ones (1)
@@ -316,8 +316,10 @@ def stages(bench, mutant, options):
             yield [*tests, f"--gtest_filter={own}"]
         yield from runs[:behind]
     if not options.quick:
-        yield tests
-        yield from runs[behind:]
+        # What both programs are made of is what unit tests know; of each program whole runs know more.
+        common = mutant.path.startswith("util/common/")
+        yield from ([tests] if common else runs[behind:])
+        yield from (runs[behind:] if common else [tests])
 
 
 def killer(bench, mutant, options):

@@ -51,6 +51,16 @@ def test_the_last_run_is_told_with_its_files_and_lines(golden):
     golden("log-last.txt", shown.text)
 
 
+def test_people_see_the_files_of_the_last_run(tmp_path):
+    written(tmp_path, HEADER + "Current Scan File History:\n./T0000000.ZSB\t0\t1895074553\t2555\t2555\n"
+            "./T0000001.ZSB\t20017\t18446744073709551615\t2555\t7\n\nDumpScanHistory Done \n"
+            "</ostrelscan>\n")
+    shown = zsbtool.run("log", "--last", tmp_path).text
+    assert ("\n\nfile            blocks  crc         status\n"
+            "./T0000000.ZSB    2555  1895074553  good\n"
+            "./T0000001.ZSB       7  -           20017\n\n") in shown
+
+
 def test_every_kind_of_end_has_its_status():
     runs = zsbtool.document("log", RUNS)["runs"]
     assert [run["number"] for run in runs] == list(range(1, 11))
