@@ -18,7 +18,16 @@ def test_help_names_every_command_and_each_has_a_help_of_its_own():
         told = zsbtool.run("help", name)
         assert (told.status, told.err) == (0, "")
         assert f"Usage: zsbtool {name} " in told.text
+        assert name == "help" or "\nExit status: 0 good, 1 could not run, 2 the set" in told.text
         assert zsbtool.run(name, "--help").text == told.text
+
+
+@pytest.mark.parametrize("name", ["cat", "check", "compare", "export", "find", "image", "info", "list",
+                                  "map", "merge", "mount", "pack", "preflight", "prepare", "report",
+                                  "unpack"])
+def test_of_sets_that_lie_together_one_can_be_chosen(name):
+    told = zsbtool.run("help", name).text
+    assert "--prefix T|C" in told and "--ending zsb|zrb" in told
 
 
 def test_help_without_a_command_is_the_help():

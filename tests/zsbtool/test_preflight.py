@@ -249,6 +249,14 @@ def test_the_superblock_in_the_set_tells_the_format_whatever_its_leaves_say(tmp_
         assert ("superblock" in verdicts(found)) == (status == 2)
 
 
+def test_a_device_that_ends_before_its_superblock_has_none(tmp_path, loop):
+    source, image = Set().write(tmp_path / "set"), pool_image(tmp_path / "image")
+    os.truncate(image, 4096)
+    with loop(image) as device:
+        found = preflight(source, device, status=2)
+    assert text_of(found, "superblock") == "there is no superblock on it"
+
+
 def test_a_superblock_that_cannot_be_read_stops_it(tmp_path, fault_loop):
     source, image = Set().write(tmp_path / "set"), pool_image(tmp_path / "image")
     with fault_loop(image, tmp_path / "mnt", "badread=1") as (device, _):

@@ -39,6 +39,7 @@ TEST(DisplayWidth, CountsColumns) {
     EXPECT_EQ(DisplayWidth("Käse"), 4U);
     EXPECT_EQ(DisplayWidth("漢字"), 4U);
     EXPECT_EQ(DisplayWidth("e\xCC\x81"), 1U);
+    EXPECT_EQ(DisplayWidth("a\xFFg"), 3U);
 }
 
 TEST(ReadableSize, HasOneDecimalFromAKibibyteOn) {
