@@ -17,8 +17,9 @@ BLOCK = 4096
 
 def regions(text):
     """(first block, blocks, status) of each line of a mapfile, which must leave no gap."""
-    lines = [line.split() for line in text.splitlines() if not line.startswith("#")]
-    found = [(int(pos, 16), int(size, 16), status) for pos, size, status in lines[1:]]
+    head, *lines = [line.split() for line in text.splitlines() if not line.startswith("#")]
+    found = [(int(pos, 16), int(size, 16), status) for pos, size, status in lines]
+    assert head == ["0x00000000", "?" if any(status == "?" for _, _, status in found) else "+", "1"]
     end = 0
     for pos, size, _ in found:
         assert (pos, pos % BLOCK, size % BLOCK) == (end, 0, 0)

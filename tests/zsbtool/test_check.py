@@ -131,6 +131,12 @@ def test_a_file_of_no_bytes(tmp_path):
     assert [found[key] for key in ("scanId", "pool", "poolBlocks")] == [None, None, None]
 
 
+def test_a_file_behind_the_last_one_has_no_other_problem(tmp_path):
+    made = Set().write(tmp_path)
+    (made / "T0000004.ZRB").write_bytes(b"too short for a header")
+    assert findings(check(made, status=2)) == [("stray-file", "T0000004.ZRB")]
+
+
 def test_two_saves_mixed_are_found(tmp_path):
     """A second, shorter save over a first one, and one that never came to its end."""
     first, second = Set(), Set()

@@ -103,7 +103,7 @@ def test_files_are_split_as_a_save_splits(tmp_path, blocks, sizes, jobs):
 def test_the_headers_are_those_of_one_save(tmp_path):
     first = write_try(tmp_path / "1", range(1, 9), createTime=1_700_005_000, end="stopped",
                       compressionLevel=7, pool_name="Käse", reserved=bytes(range(68)),
-                      headerVersion=1, versionMinor=77)
+                      headerVersion=1, versionMajor=9, versionMinor=77)
     second = write_try(tmp_path / "2", range(9, 12), createTime=1_700_001_000, pool_name="Käse",
                        flags=0x302)
     before = int(time.time())

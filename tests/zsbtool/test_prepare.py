@@ -65,6 +65,13 @@ def test_an_empty_folder_is_filled(tmp_path):
     assert sorted(os.listdir(out)) == restored_names(Set())
 
 
+def test_the_name_of_the_folder_may_end_with_slashes(tmp_path):
+    Set().write(tmp_path / "set")
+    for out in ("a/", "long//"):
+        assert zsbtool.run("prepare", "set", out, cwd=tmp_path).status == 0
+        assert (tmp_path / out / "T0000000.ZRB").exists()
+
+
 @pytest.mark.parametrize("fault", [fault for fault in FAULTS if False in fault.kinds],
                          ids=lambda fault: fault.name)
 def test_of_a_set_with_problems_nothing_is_made(tmp_path, fault):

@@ -89,7 +89,7 @@ def test_strays_and_files_without_a_header_are_among_the_files(tmp_path):
                                               "scanID": damagedset.OTHER_SCAN}))
     rows = read(report(made.write(tmp_path / "set"), status=2)).tables["files"]
     assert rows[1] == [made.name(1), "0", "100 B", "", "", "", "short-header"]
-    assert (rows[4][0], rows[4][-1]) == (made.name(4), "stray-file")
+    assert (rows[4][0], rows[4][1], rows[4][-1]) == (made.name(4), "0", "stray-file")
 
 
 def test_a_sound_set_has_no_findings(tmp_path):

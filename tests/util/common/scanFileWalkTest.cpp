@@ -92,6 +92,18 @@ TEST_F(ScanFileWalkTest, KnowsHowFarItHasCome) {
     }
 }
 
+TEST_F(ScanFileWalkTest, CountsWhatItSkips) {
+    for (const ScanFileImage& image : {Raw(), Packed()}) {
+        image.Write(path_);
+        ScanFileWalk walk(path_);
+        EXPECT_TRUE(walk.Skip(2));
+        EXPECT_EQ(walk.Count(), 2U);
+        QuadAndBlock_s record;
+        EXPECT_TRUE(walk.Next(&record));
+        EXPECT_EQ(walk.Count(), 3U);
+    }
+}
+
 TEST_F(ScanFileWalkTest, HasTheCrcOfTheRecords) {
     Packed().Write(path_);
     ScanFileWalk walk(path_);

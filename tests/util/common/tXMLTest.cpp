@@ -247,6 +247,8 @@ TEST(TagPathSearch, KnowsCDATAOnlyAtTheElementsOwnLevel) {
     EXPECT_EQ(Search("<a>", "<a><b><![CDATA[x></a>]]></b></a>"), (Found{0, "<b><![CDATA[x>"}));
     EXPECT_EQ(Search("<a>", "<a><b>1</b><![CDATA[</a>]]></a>"),
               (Found{0, "<b>1</b><![CDATA[</a>]]>"}));
+    EXPECT_EQ(Search("<a>", "<a><b>1</b><![CDATA[x></a>]]></a>"),
+              (Found{0, "<b>1</b><![CDATA[x></a>]]>"}));
     EXPECT_EQ(Search("<a>", "<a><b/><![CDATA[</a>]]></a>"), (Found{0, "<b/><![CDATA[</a>]]>"}));
 }
 

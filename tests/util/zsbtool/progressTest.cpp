@@ -14,7 +14,8 @@ TEST(ProgressLine, ShowsPartRateAndTimeLeft) {
 
 TEST(ProgressLine, CountsLongTimesInMinutesAndHours) {
     EXPECT_TRUE(ProgressLine("x", kMiB, 61 * kMiB, 2).ends_with("  2:00 min left"));
-    EXPECT_TRUE(ProgressLine("x", kMiB, 3602 * kMiB, 1).ends_with("  1:00:01 h left"));
+    EXPECT_TRUE(ProgressLine("x", kMiB, 3600 * kMiB, 1).ends_with("  59:59 min left"));
+    EXPECT_TRUE(ProgressLine("x", kMiB, 3601 * kMiB, 1).ends_with("  1:00:00 h left"));
 }
 
 TEST(ProgressLine, KnowsNoTimeLeftAtTheBeginningAndTheEnd) {
