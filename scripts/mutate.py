@@ -96,7 +96,7 @@ RUNS = {
     "util/zsbtool/report": "zsbtool/test_report.py |",
     "util/zsbtool/runLog": "zsbtool/test_log.py | zsbtool/test_bad_blocks.py zsbtool/test_report.py",
     "util/zsbtool/setReport": "zsbtool/test_check.py zsbtool/test_report.py | zsbtool/test_image.py",
-    "util/zsbtool/setSearch": "zsbtool/test_find.py | zsbtool/test_cat.py",
+    "util/zsbtool/setSearch": "zsbtool/test_check.py |",
     "util/zsbtool/status": "zsbtool/test_status.py | zsbtool/test_report.py",
     "util/zsbtool/targetDevice": "zsbtool/test_preflight.py |",
     "util/zsbtool/": "zsbtool/test_frame.py zsbtool/test_odd_places.py zsbtool/test_check.py | "
@@ -116,10 +116,14 @@ RUNS = {
     "util/ostrelscan/poolDevice": "runs/test_bad_blocks.py | runs/test_bad_sectors.py runs/test_notes.py "
                                   "runs/test_save.py runs/test_restore_faults.py",
     "util/ostrelscan/commandLine": "runs/test_command_line.py | runs/test_log.py",
-    "util/ostrelscan/run": "runs/test_log.py | runs/test_command_line.py runs/test_save.py "
+    "util/ostrelscan/run": "runs/test_log.py runs/test_restore.py | runs/test_command_line.py "
+                           "runs/test_save.py runs/test_bad_input.py runs/test_memory.py "
                            "runs/test_signals_save.py",
     "util/ostrelscan/scanUI": "runs/test_dialogue.py runs/test_screen.py | runs/test_save.py "
-                              "runs/test_restore_dialogue.py runs/test_log.py runs/test_memory.py",
+                              "runs/test_restore_dialogue.py runs/test_log.py runs/test_memory.py "
+                              "runs/test_signals_terminal.py",
+    "util/ostrelscan/scanEngine": "runs/test_save.py runs/test_pool_lock_states.py | "
+                                  "runs/test_restore.py runs/test_save_faults.py",
     "util/ostrelscan/": "runs/test_save.py | runs/test_save_faults.py runs/test_screen.py "
                         "runs/test_restore_dialogue.py runs/test_log.py runs/test_bad_blocks.py",
     "util/common/he": "| runs/test_pool_lock_changes.py runs/test_pool_lock_bus.py",

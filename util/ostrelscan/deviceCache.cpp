@@ -67,7 +67,6 @@ void DeviceCache::HaveFailed() {
 void DeviceCache::StopWaiting() {
     waitsUntil_ = askUntil_ = 0;
     trying_ = false;
-    sampled_ = 0;
 }
 
 void DeviceCache::Enter(std::uint64_t piece) {
